@@ -1,0 +1,86 @@
+// The only interface to the operating system outside the serial driver. Everything above this
+// header compiles unchanged on Windows and Linux.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// --- waiting -----------------------------------------------------------------------------
+
+// Sleeps for about `ms` milliseconds in a way that lets a cancel request in: an alertable
+// SleepEx on Windows, a nanosleep that a signal may cut short on POSIX.
+void AlertableSleep(int ms);
+
+// Dispatches at most one pending window message of the calling thread, so that a host's
+// window procedure (which may call PosCancel) runs while we poll. Nothing on POSIX.
+void PumpOneMessage();
+
+// Monotonic wall-clock milliseconds, as a signed 32-bit count.
+int32_t MillisecondClock();
+
+// --- where we are ------------------------------------------------------------------------
+
+// Full path of the library file itself (not of the host executable).
+std::string ModuleFilePath();
+
+// The folder separator that ends a folder string on this platform.
+char FolderSeparator();
+
+// --- files and folders -------------------------------------------------------------------
+
+bool CreateFolder(const std::string& path);
+bool ReadWholeFile(const std::string& path, std::string& content);
+// Creates or truncates the file.
+bool WriteWholeFile(const std::string& path, const void* data, size_t size);
+// Opens with create-if-absent, keep contents and no sharing, writes at the end, closes.
+bool AppendToFile(const std::string& path, const void* data, size_t size);
+// Names (not paths) of the plain files in a folder, in the order the system gives them.
+std::vector<std::string> ListFolderFiles(const std::string& folder);
+
+// --- time --------------------------------------------------------------------------------
+
+struct LocalTime {
+    int year, month, day, hour, minute, second;
+};
+LocalTime CurrentLocalTime();
+
+// --- the user ----------------------------------------------------------------------------
+
+// A blocking notice with an OK button where the platform has one; elsewhere the log and
+// standard error.
+void ShowNotice(const std::string& text);
+
+// --- a lock for objects that guard themselves --------------------------------------------
+
+class PlatformLock {
+public:
+    PlatformLock();
+    ~PlatformLock();
+    PlatformLock(const PlatformLock&) = delete;
+    PlatformLock& operator=(const PlatformLock&) = delete;
+    void Enter();
+    void Leave();
+
+private:
+    void* m_impl;
+};
+
+class LockScope {
+public:
+    explicit LockScope(PlatformLock& lock) : m_lock(lock) { m_lock.Enter(); }
+    ~LockScope() { m_lock.Leave(); }
+    LockScope(const LockScope&) = delete;
+    LockScope& operator=(const LockScope&) = delete;
+
+private:
+    PlatformLock& m_lock;
+};
+
+// --- code patching -----------------------------------------------------------------------
+
+// Overwrites the entry of `target` with a jump to `replacement`, so that every later call of
+// `target`, through any pointer, runs `replacement`. Returns false if the page could not be
+// made writable.
+bool PatchJump(void* target, void* replacement);

@@ -1,0 +1,27 @@
+// The terminal's frame protocol: STX, operation code, payload, ETX, check byte (XOR of code
+// and payload). Replies come back as such a frame, as SI payload SO check, or as one byte.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+
+#include "session/DeviceContext.h"
+
+constexpr int ReadChunk = 10000;
+
+// Frame building in g_context.txBuffer, with txLength as the running index. Nothing is ever
+// written past the buffer: bytes that would not fit are dropped.
+void BeginFrame(DeviceContext& context, std::initializer_list<uint8_t> operation);
+void AppendBytes(DeviceContext& context, const void* data, int count);
+void AppendText(DeviceContext& context, const char* text);  // with its NUL
+// Appends ETX and the check byte over everything behind STX.
+void CloseFrame(DeviceContext& context);
+int SendFrame(DeviceContext& context);  // serial.Write of the frame
+
+// Polls until a reply is complete; no time limit. Returns the raw byte count in rxBuffer.
+int WaitReply(DeviceContext& context);
+// WaitReply, then strips the envelope in place and copies payload and NUL to `out`.
+// Always returns 0; the outcome shows in rxLength, rxBuffer and `out`.
+int ReadReply(DeviceContext& context, uint8_t* out, uint32_t* outLength);
+// SendFrame; if it went out, ReadReply. 0, or the write's result if that was not above 0.
+int ExchangeFrame(DeviceContext& context, uint8_t* out, uint32_t* outLength);

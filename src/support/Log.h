@@ -1,0 +1,28 @@
+// The daily log: one line per event, "DD/MM/YYYY hh:mm:ss<TAB>text<CR><LF>", appended to
+// Log/<module name>/YYYYMMDD.log beside the library while debug.json switches it on.
+#pragma once
+
+#include <string>
+
+#include "platform/Platform.h"
+
+extern std::string g_strModuleName;    // file name of the library without folder or extension
+extern std::string g_strModuleFolder;  // folder of the library, with its trailing separator
+extern std::string g_strConfigFolder;  // g_strModuleFolder + "config/"
+extern std::string g_strDataFolder;    // g_strModuleFolder + g_strModuleName
+extern std::string g_strLogFolder;     // g_strModuleFolder + "Log/" + g_strModuleName
+extern int g_nLogMode;                 // 0: off, anything else: on
+
+// Sets the folder strings and reads the log switch, once per process.
+void LogInit();
+std::string GetModuleFolder(std::string& stem);
+
+void WriteLog(const char* text);
+inline void WriteLog(const std::string& text) { WriteLog(text.c_str()); }
+
+// "02:34:03" for the bytes 02 34 03. A count below 1 goes up to the first zero byte.
+std::string BytesToHex(const void* bytes, int count);
+
+// The pieces of WriteLog, apart so that they can be checked without a clock.
+std::string FormatLogLine(const LocalTime& time, const char* text);
+std::string LogFileName(const std::string& logFolder, const LocalTime& time);
