@@ -39,6 +39,13 @@ bool AppendToFile(const std::string& path, const void* data, size_t size);
 // Names (not paths) of the plain files in a folder, in the order the system gives them.
 std::vector<std::string> ListFolderFiles(const std::string& folder);
 
+// --- text ------------------------------------------------------------------------------
+
+// Between UTF-8 and the system's ANSI code page (CP_ACP on Windows). POSIX systems here run
+// UTF-8, so there both are the identity.
+std::string Utf8ToAnsi(const std::string& text);
+std::string AnsiToUtf8(const std::string& text);
+
 // --- time --------------------------------------------------------------------------------
 
 struct LocalTime {
