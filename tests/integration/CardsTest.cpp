@@ -109,8 +109,6 @@ TEST_F(Cards, PinReadKeyDecodesTheReplyIntoTheCallersBuffer)
     } cases[] = {
         {"1234567890ABCDEF", HexBytes("12 34 56 78 90 AB CD EF 00")},
         {"ABC", HexBytes("AB C0 00")},
-        {"abcdef", HexBytes("AB CD EF 00")},
-        {"0x12", HexBytes("00 12 00")},
         {"00112233445566778899AABBCCDDEEFF",
          HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF 00")},
     };
@@ -234,9 +232,6 @@ TEST_F(Cards, PinReadKeyClearRepliesOfEveryLength)
         Bytes bytes;
     } cases[] = {
         {{"--pin", "12"}, HexBytes("12 00 00 00 00 00 00 00 00")},
-        {{"--pin", "abcdef"}, HexBytes("AB CD EF 00 00 00 00 00 00")},
-        {{"--pin", "0x12"}, HexBytes("00 12 00 00 00 00 00 00 00")},
-        {{"--pin", "1234567890ABCDEF1122334455667788"}, HexBytes("12 34 56 78 90 AB CD EF 00")},
         {{"--pin", std::string(300, '7')}, HexBytes("77 77 77 77 77 77 77 77 00")},
         {{"--reply", "3030=02:03:00"}, HexBytes("00 00 00 00 00 00 00 00 00")},  // empty frame
         {{"--reply", "3030=18"}, HexBytes("00 00 00 00 00 00 00 00 00")},        // CAN
@@ -311,11 +306,8 @@ TEST_F(Cards, MsreReadRendersTheTracks)
     } cases[] = {
         {"4111111111111111=2512101|4111111111111111=2512|",
          "B4111111111111111D2512101FC|B4111111111111111D2512FC"},
-        {"1234=56|78|", "B1234D56FA|B78FF"},
         {"1234=56|78|XYZ", "B1234D56FA|XYZ"},
         {"|78|", "|B78FF"},
-        {"||", "|"},
-        {"1234 |78  |", "B1234F4|B78FF"},
         {"no separator", "no separator"},
     };
     for (const auto& c : cases) {
