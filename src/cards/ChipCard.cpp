@@ -1,0 +1,93 @@
+// EMVRead, ThaiIDRead and ThaiLen: the terminal reads the chip card by itself and answers
+// with text (or, for the identity card, optionally a binary block); nothing here parses it.
+#include <cstring>
+#include <string>
+
+#include "cards/ThaiText.h"
+#include "session/Frame.h"
+#include "support/Format.h"
+#include "support/Log.h"
+#include "varnik.h"
+
+namespace {
+
+// Bytes of rxBuffer that the last reply left there, never more than the buffer holds.
+int ArrivedInRxBuffer(const DeviceContext& context)
+{
+    int length = context.rxLength;
+    if (length < 0)
+        length = 0;
+    if (length > TxRxCapacity)
+        length = TxRxCapacity;
+    return length;
+}
+
+}  // namespace
+
+extern "C" int VARNIK_CALL EMVRead(char* out)
+{
+    EnterLibrary();
+    DeviceContext& context = g_context;
+    context.operationFlag = 0;
+    const int opened = OpenDevice(context);
+    if (opened != 0) {
+        context.operationFlag = 0;
+        return opened;
+    }
+
+    // The tag list is fixed at the cardholder name.
+    context.text = "{\"EMVTAG\":[";
+    context.text += Format("{\"tag\":\"%s\",\"cmd\":\"%s\",\"type\":\"%s\"}", "NAME-1", "5F20", "A");
+    context.text += "]}";
+    WriteLog(context.text);
+
+    BeginFrame(context, {'1'});
+    AppendText(context, context.text.c_str());
+    CloseFrame(context);
+    if (SendFrame(context) > 0)
+        ReadReply(context, reinterpret_cast<uint8_t*>(out), nullptr);
+    WriteLog(out);
+
+    CloseDevice(context);
+    const int length = static_cast<int>(std::strlen(out));
+    context.operationFlag = 0;
+    return length;
+}
+
+extern "C" int VARNIK_CALL ThaiIDRead(char* out, int mode)
+{
+    EnterLibrary();
+    DeviceContext& context = g_context;
+    context.operationFlag = 0;
+    const int opened = OpenDevice(context);
+    if (opened != 0) {
+        context.operationFlag = 0;
+        return opened;
+    }
+
+    // The whole low byte of the mode goes to the terminal; only its low two bits matter here.
+    const uint8_t modeByte = static_cast<uint8_t>(mode & 0xFF);
+    context.text = "Insert Card :";
+    BeginFrame(context, {0x32, 0x00});
+    AppendBytes(context, &modeByte, 1);
+    AppendText(context, context.text.c_str());
+    CloseFrame(context);
+    if (SendFrame(context) > 0)
+        ReadReply(context, nullptr, nullptr);
+
+    int count;
+    if ((mode & 3) <= 1)
+        count = ThaiAnswerAsText(context.rxBuffer, ArrivedInRxBuffer(context), out);
+    else
+        count = ThaiAnswerAsBinary(context.rxBuffer, ArrivedInRxBuffer(context), out);
+
+    CloseDevice(context);
+    context.operationFlag = 0;
+    return count;
+}
+
+extern "C" int VARNIK_CALL ThaiLen(const char* text)
+{
+    EnterLibrary();
+    return CountThaiColumns(text);
+}

@@ -1,0 +1,3 @@
+#include "cards/ImageBuffer.h"
+
+uint8_t imageBuffer[ImageBufferSize];
