@@ -1,5 +1,7 @@
 #include "PcscLoader.h"
 
+// Without winscard.h, whose macros would rename the members of PcscApi to their "A" forms.
+#define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
 namespace {
