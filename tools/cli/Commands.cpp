@@ -681,8 +681,8 @@ const std::vector<Command> g_commands = {
      "the terminal gets its low byte). Modes whose low two bits are 0 or 1 give the record\n"
      "as UTF-8 text, printed field by field when it has the usual nine fields, else as it\n"
      "came. Modes 2 and 3 give a binary block (the record and the photo): varnik prints a\n"
-     "hex dump of it and writes it to FILE (default thaiid.bin). The wait has no time\n"
-     "limit: Ctrl-C cancels it.\n"
+     "hex dump of it and writes it to FILE (default thaiid.bin); a FILE that cannot be\n"
+     "written gives status 1. The wait has no time limit: Ctrl-C cancels it.\n"
      "\nResults: the number of bytes given; 110 with nothing written when no port is known\n"
      "or it would not open.\n",
      0, 4, RunThaiId},
@@ -697,7 +697,8 @@ const std::vector<Command> g_commands = {
      "                   00 01, and print the response and its status word; after 61 xx\n"
      "                   varnik fetches the data with GET RESPONSE and prints that too\n"
      "  thaiid           read a Thai national identity card with the card's own commands,\n"
-     "                   print the record and write the photo to FILE (default thaiid.jpg)\n"
+     "                   print the record and write the photo to FILE (default thaiid.jpg;\n"
+     "                   a FILE that cannot be written gives status 1)\n"
      "\nResults of ReaderSelect: 0 redirected; -1 the PC/SC library or one of its functions\n"
      "is missing; 110 and 1538 as for probe.\n",
      1, 64, RunPcsc},

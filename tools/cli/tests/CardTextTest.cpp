@@ -32,14 +32,6 @@ TEST(CardTextTest, HexInputReadsWithOrWithoutSeparators)
     }
 }
 
-TEST(CardTextTest, HexOutput)
-{
-    const ByteString bytes = {0x00, 0x9F, 0xA0, 0xFF};
-    EXPECT_EQ(HexText(bytes), "00 9F A0 FF");
-    EXPECT_EQ(HexText(bytes, ""), "009FA0FF");
-    EXPECT_EQ(HexText(ByteString()), "");
-}
-
 TEST(CardTextTest, HexDumpShowsOffsetBytesAndText)
 {
     ByteString bytes;

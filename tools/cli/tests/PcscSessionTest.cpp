@@ -71,15 +71,6 @@ TEST_F(PcscSessionTest, SessionEndsWhatItStarted)
     EXPECT_EQ(g_pcsc.releases, 0);
 }
 
-TEST_F(PcscSessionTest, StatusGivesTheAtr)
-{
-    PcscSession session(api);
-    Open(session);
-    ByteString atr;
-    EXPECT_EQ(session.Status(atr), 0);
-    EXPECT_EQ(atr, g_pcsc.atr);
-}
-
 TEST_F(PcscSessionTest, ResponsesSplitIntoDataAndStatusWord)
 {
     ApduResponse split;
