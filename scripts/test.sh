@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the three targets (Linux, Windows x64, Windows x86) and runs
+# every test: unit, integration against the simulator, and the Wine tests of the x64 DLL.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+
+for preset in mingw-x64 mingw-x86 linux; do
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset"
+done
+
+ctest --preset linux --no-tests=error "$@"

@@ -1,0 +1,153 @@
+// POSIX side of the platform layer. No window messages here: a cancel comes in from another
+// thread or from a signal handler, and the 5 ms sleep lets a signal cut it short.
+#include "platform/Platform.h"
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <new>
+
+#include "support/Log.h"
+
+void AlertableSleep(int ms)
+{
+    timespec wait{ms / 1000, (ms % 1000) * 1000000L};
+    nanosleep(&wait, nullptr);  // EINTR ends it early, which is what "alertable" asks for
+}
+
+void PumpOneMessage() {}
+
+int32_t MillisecondClock()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    int64_t ms = static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    return static_cast<int32_t>(static_cast<uint32_t>(ms));
+}
+
+std::string ModuleFilePath()
+{
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&ModuleFilePath), &info) == 0 || info.dli_fname == nullptr)
+        return std::string();
+    char resolved[PATH_MAX];
+    if (realpath(info.dli_fname, resolved) != nullptr)
+        return resolved;
+    return info.dli_fname;
+}
+
+char FolderSeparator() { return '/'; }
+
+bool CreateFolder(const std::string& path) { return mkdir(path.c_str(), 0777) == 0; }
+
+bool ReadWholeFile(const std::string& path, std::string& content)
+{
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr)
+        return false;
+    std::string data;
+    char block[65536];
+    size_t count;
+    bool ok = true;
+    try {
+        while ((count = std::fread(block, 1, sizeof block, file)) > 0)
+            data.append(block, count);
+    } catch (const std::bad_alloc&) {
+        ok = false;
+    }
+    if (std::ferror(file))
+        ok = false;
+    std::fclose(file);
+    if (ok)
+        content.swap(data);
+    return ok;
+}
+
+static bool WriteAll(int fd, const void* data, size_t size)
+{
+    const char* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        ssize_t written = write(fd, bytes, size);
+        if (written < 0)
+            return false;
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+bool WriteWholeFile(const std::string& path, const void* data, size_t size)
+{
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    bool ok = WriteAll(fd, data, size);
+    close(fd);
+    return ok;
+}
+
+bool AppendToFile(const std::string& path, const void* data, size_t size)
+{
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    // No sharing, as on Windows: a writer that finds the file taken drops its line.
+    bool ok = flock(fd, LOCK_EX | LOCK_NB) == 0 && lseek(fd, 0, SEEK_END) >= 0 && WriteAll(fd, data, size);
+    close(fd);
+    return ok;
+}
+
+std::vector<std::string> ListFolderFiles(const std::string& folder)
+{
+    std::vector<std::string> names;
+    DIR* dir = opendir(folder.c_str());
+    if (dir == nullptr)
+        return names;
+    while (dirent* entry = readdir(dir)) {
+        std::string path = folder + "/" + entry->d_name;
+        struct stat info{};
+        if (stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode))
+            names.push_back(entry->d_name);
+    }
+    closedir(dir);
+    return names;
+}
+
+std::string Utf8ToAnsi(const std::string& text) { return text; }
+std::string AnsiToUtf8(const std::string& text) { return text; }
+
+LocalTime CurrentLocalTime()
+{
+    time_t now = time(nullptr);
+    tm local{};
+    localtime_r(&now, &local);
+    return LocalTime{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                     local.tm_hour, local.tm_min, local.tm_sec};
+}
+
+void ShowNotice(const std::string& text)
+{
+    WriteLog(text);
+    std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+PlatformLock::PlatformLock() : m_impl(new pthread_mutex_t)
+{
+    pthread_mutex_init(static_cast<pthread_mutex_t*>(m_impl), nullptr);
+}
+
+PlatformLock::~PlatformLock()
+{
+    pthread_mutex_destroy(static_cast<pthread_mutex_t*>(m_impl));
+    delete static_cast<pthread_mutex_t*>(m_impl);
+}
+
+void PlatformLock::Enter() { pthread_mutex_lock(static_cast<pthread_mutex_t*>(m_impl)); }
+void PlatformLock::Leave() { pthread_mutex_unlock(static_cast<pthread_mutex_t*>(m_impl)); }

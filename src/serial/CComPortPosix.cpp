@@ -1,0 +1,160 @@
+// The serial driver on POSIX: COM<N> is a link in the config folder to the terminal's tty, as
+// Wine's dosdevices are. Same results, limits and log lines as on Windows.
+#include "serial/CComPort.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "support/Format.h"
+#include "support/Log.h"
+
+CComPort::CComPort() : m_nHold(0), m_hPort(NullPortHandle), m_ovRead{}, m_ovWrite{}, m_bOpen(0) {}
+
+CComPort::~CComPort()
+{
+    Close();
+}
+
+void CComPort::LogLastError(const char* format)
+{
+    WriteLog(Format(format, std::strerror(errno)));
+}
+
+int CComPort::Open(int port)
+{
+    m_nHold = 0;
+    if (m_bOpen != 0)
+        return 1;
+
+    std::string device = Format("%sCOM%d", g_strConfigFolder.c_str(), port);
+    m_hPort = open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (m_hPort < 0) {
+        LogLastError("Invalid Handle Value: %s");
+        return 0;
+    }
+    m_ovRead = PortOverlapped{};
+    m_ovWrite = PortOverlapped{};
+    // Exclusive access, as a COM handle opened with no sharing has.
+    if (flock(m_hPort, LOCK_EX | LOCK_NB) != 0) {
+        LogLastError("Invalid Handle Value: %s");
+        close(m_hPort);
+        return 0;
+    }
+
+    termios settings{};
+    if (tcgetattr(m_hPort, &settings) != 0) {
+        LogLastError("Get DCB Error : %s");
+        close(m_hPort);
+        return 0;
+    }
+    // Raw 8N1 at 921600 with no flow control; a refusal leaves the line as it was.
+    cfmakeraw(&settings);
+    settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | PARENB | CRTSCTS | CSIZE);
+    settings.c_cflag |= CS8 | CLOCAL | CREAD;
+    settings.c_iflag &= ~static_cast<tcflag_t>(IXON | IXOFF | IXANY);
+    settings.c_cc[VMIN] = 0;
+    settings.c_cc[VTIME] = 0;
+    cfsetispeed(&settings, B921600);
+    cfsetospeed(&settings, B921600);
+    tcsetattr(m_hPort, TCSANOW, &settings);
+    ioctl(m_hPort, TIOCEXCL);
+
+    m_bOpen = 1;
+    return 1;
+}
+
+// Waits up to the write time limit for the line to take more bytes.
+static bool WaitWritable(int fd)
+{
+    pollfd ready{fd, POLLOUT, 0};
+    return poll(&ready, 1, PortWriteWaitMs) == 1 && (ready.revents & POLLOUT) != 0;
+}
+
+// Sends `count` bytes, waiting at most the time limit each time the line is full; returns the
+// bytes that went out through the waiting path.
+static uint32_t SendBytes(int fd, const uint8_t* bytes, int count)
+{
+    uint32_t waited = 0;
+    bool pending = false;
+    while (count > 0) {
+        ssize_t written = write(fd, bytes, static_cast<size_t>(count));
+        if (written > 0) {
+            if (pending)
+                waited += static_cast<uint32_t>(written);
+            bytes += written;
+            count -= static_cast<int>(written);
+            continue;
+        }
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0 && errno != EAGAIN)
+            break;  // lost in silence; the caller sees only the missing answer
+        if (!WaitWritable(fd))
+            break;
+        pending = true;
+    }
+    return waited;
+}
+
+int CComPort::Write(const void* data, int length)
+{
+    if (m_bOpen == 0 || m_hPort == NullPortHandle) {
+        WriteLog("Com port not open");
+        return 0;
+    }
+    WriteLog(">" + BytesToHex(data, std::min(length, ByteByByteLimit)));
+
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    if (length <= ByteByByteLimit) {
+        for (int i = 0; i < length; ++i)
+            m_ovWrite.Offset += SendBytes(m_hPort, bytes + i, 1);
+        return length > 0 ? length : 0;
+    }
+    m_ovWrite.Offset += SendBytes(m_hPort, bytes, length);
+    return 1;
+}
+
+int CComPort::Read(void* buffer, int limit, int room)
+{
+    if (m_bOpen == 0 || m_hPort == NullPortHandle)
+        return -1;
+    int queued = 0;
+    if (ioctl(m_hPort, FIONREAD, &queued) != 0 || queued <= 0)
+        return 0;
+
+    int request = queued;
+    if (limit < UnlimitedReadFrom && limit < queued) {
+        WriteLog(Format("in que %d", queued));
+        request = limit;
+    }
+    request = std::min(request, room);
+    if (request < 1)
+        return 0;
+
+    ssize_t count = read(m_hPort, buffer, static_cast<size_t>(request));
+    if (count > 0) {
+        WriteLog("<" + BytesToHex(buffer, static_cast<int>(count)));
+        return static_cast<int>(count);
+    }
+    if (count < 0 && errno != EAGAIN)
+        WriteLog(std::strerror(errno));
+    return 0;
+}
+
+void CComPort::Close()
+{
+    if (m_bOpen == 0 || m_hPort == NullPortHandle)
+        return;
+    ioctl(m_hPort, TIOCNXCL);  // exclusive mode outlives the descriptor while others hold the tty
+    close(m_hPort);
+    m_bOpen = 0;
+    m_hPort = NullPortHandle;
+}

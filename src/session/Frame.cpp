@@ -1,0 +1,121 @@
+#include "session/Frame.h"
+
+#include <cstring>
+
+#include "platform/Platform.h"
+
+// --- building ------------------------------------------------------------------------------
+
+static void PutByte(DeviceContext& context, uint8_t value)
+{
+    if (context.txLength >= 0 && context.txLength < TxRxCapacity)
+        context.txBuffer[context.txLength++] = value;
+}
+
+void BeginFrame(DeviceContext& context, std::initializer_list<uint8_t> operation)
+{
+    context.txLength = 0;
+    PutByte(context, STX);
+    for (uint8_t code : operation)
+        PutByte(context, code);
+}
+
+void AppendBytes(DeviceContext& context, const void* data, int count)
+{
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    for (int i = 0; i < count; ++i)
+        PutByte(context, bytes[i]);
+}
+
+void AppendText(DeviceContext& context, const char* text)
+{
+    AppendBytes(context, text, static_cast<int>(std::strlen(text)) + 1);
+}
+
+void CloseFrame(DeviceContext& context)
+{
+    uint8_t check = 0;
+    for (int i = 1; i < context.txLength; ++i)
+        check ^= context.txBuffer[i];
+    PutByte(context, ETX);
+    PutByte(context, check);
+}
+
+int SendFrame(DeviceContext& context)
+{
+    return context.serial.Write(context.txBuffer, context.txLength);
+}
+
+// --- reading -------------------------------------------------------------------------------
+
+int WaitReply(DeviceContext& context)
+{
+    uint8_t* buffer = context.rxBuffer;
+    // One byte stays free for the NUL that ReadReply puts behind a payload.
+    const int room = TxRxCapacity - 1;
+    int total = 0;
+    for (;;) {
+        AlertableSleep(PollSleepMs);
+        PumpOneMessage();
+        int n = context.serial.Read(buffer + total, ReadChunk, room - total);
+        if (n <= 0) {
+            if (total > 0)
+                return total;  // silence after something arrived ends the reply
+            n = 0;
+        }
+        total += n;
+
+        if (context.cancelRequested == 1) {
+            context.cancelRequested = 0;
+            context.cancelByte = CAN;
+            context.serial.Write(&context.cancelByte, 1);
+        }
+
+        if (buffer[0] == STX && total >= 4 && buffer[total - 2] == ETX) {
+            context.rxLength = total;
+            return total;
+        }
+        if (total >= room)
+            return total;  // a reply larger than the buffer ends where the buffer does
+    }
+}
+
+int ReadReply(DeviceContext& context, uint8_t* out, uint32_t* outLength)
+{
+    int n = WaitReply(context);
+    if (n < 1)
+        return 0;
+    uint8_t* buffer = context.rxBuffer;
+    if (n == 1) {
+        context.rxLength = 1;
+        if (out != nullptr)
+            out[0] = buffer[0];
+        if (outLength != nullptr)
+            *outLength = 1;
+        return 0;
+    }
+
+    bool framed = (buffer[0] == STX && buffer[n - 2] == ETX) || (buffer[0] == SI && buffer[n - 2] == SO);
+    if (!framed)
+        return 0;  // dropped: rxBuffer keeps the raw bytes, rxLength its old value
+
+    int payload = n - 3;
+    std::memmove(buffer, buffer + 1, static_cast<size_t>(payload));
+    context.rxLength = payload;
+    buffer[payload] = 0;
+    if (out != nullptr) {
+        std::memcpy(out, buffer, static_cast<size_t>(payload));
+        out[payload] = 0;
+    }
+    if (outLength != nullptr)
+        *outLength = static_cast<uint32_t>(payload);
+    return 0;
+}
+
+int ExchangeFrame(DeviceContext& context, uint8_t* out, uint32_t* outLength)
+{
+    int written = SendFrame(context);
+    if (written <= 0)
+        return written;
+    return ReadReply(context, out, outLength);
+}

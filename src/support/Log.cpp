@@ -1,0 +1,99 @@
+#include "support/Log.h"
+
+#include "support/Config.h"
+#include "support/Format.h"
+
+std::string g_strModuleName;
+std::string g_strModuleFolder;
+std::string g_strConfigFolder;
+std::string g_strDataFolder;
+std::string g_strLogFolder;
+int g_nLogMode = 0;
+
+std::string GetModuleFolder(std::string& stem)
+{
+    std::string path = ModuleFilePath();
+    size_t nameStart = path.find_last_of(FolderSeparator() == '\\' ? "\\/" : "/");
+    nameStart = nameStart == std::string::npos ? 0 : nameStart + 1;
+    std::string folder = path.substr(0, nameStart);
+    std::string name = path.substr(nameStart);
+    size_t dot = name.rfind('.');
+    if (dot != std::string::npos)
+        name.erase(dot);
+
+    g_strModuleName = name;
+    stem = name;
+    if (folder.empty() || folder.back() != FolderSeparator())
+        folder += FolderSeparator();
+    return folder;
+}
+
+void LogInit()
+{
+    if (!g_strLogFolder.empty())
+        return;
+    std::string stem;
+    g_strModuleFolder = GetModuleFolder(stem);
+    g_strConfigFolder = Format("%sconfig/", g_strModuleFolder.c_str());
+    ReadLogSwitch();
+    g_strDataFolder = Format("%s%s", g_strModuleFolder.c_str(), g_strModuleName.c_str());
+    g_strLogFolder = Format("%sLog", g_strModuleFolder.c_str());
+    if (g_nLogMode != 0)
+        CreateFolder(g_strLogFolder);
+    g_strLogFolder = Format("%sLog/%s", g_strModuleFolder.c_str(), g_strModuleName.c_str());
+    if (g_nLogMode != 0)
+        CreateFolder(g_strLogFolder);
+}
+
+static std::string TimeStamp(const LocalTime& time)
+{
+    return Format("%02i/%02i/%04i %02i:%02i:%02i", time.day, time.month, time.year, time.hour,
+                  time.minute, time.second);
+}
+
+std::string FormatLogLine(const LocalTime& time, const char* text)
+{
+    std::string message = text != nullptr ? text : "";
+    std::string stamp = TimeStamp(time);
+    // A mark at the very start is left alone; one further in replaces every mark.
+    static const std::string mark = "#TIME#";
+    size_t found = message.find(mark);
+    if (found != std::string::npos && found > 0) {
+        for (size_t at = found; at != std::string::npos; at = message.find(mark, at + stamp.size()))
+            message.replace(at, mark.size(), stamp);
+    }
+    return stamp + "\t" + message + "\r\n";
+}
+
+std::string LogFileName(const std::string& logFolder, const LocalTime& time)
+{
+    return Format("%s/%04i%02i%02i.log", logFolder.c_str(), time.year, time.month, time.day);
+}
+
+void WriteLog(const char* text)
+{
+    LocalTime now = CurrentLocalTime();  // one reading: stamp and file name share the date
+    LogInit();
+    if (g_nLogMode == 0)
+        return;
+    std::string line = FormatLogLine(now, text);
+    AppendToFile(LogFileName(g_strLogFolder, now), line.data(), line.size());
+}
+
+std::string BytesToHex(const void* bytes, int count)
+{
+    const unsigned char* data = static_cast<const unsigned char*>(bytes);
+    size_t length = count < 1 ? std::char_traits<char>::length(static_cast<const char*>(bytes))
+                              : static_cast<size_t>(count);
+    static const char digits[] = "0123456789ABCDEF";
+    std::string text;
+    text.reserve(length * 3);
+    for (size_t i = 0; i < length; ++i) {
+        text += digits[data[i] >> 4];
+        text += digits[data[i] & 0x0F];
+        text += ':';
+    }
+    if (!text.empty())
+        text.pop_back();
+    return text;
+}

@@ -1,0 +1,230 @@
+#include "Harness.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+Bytes HexBytes(const std::string& hex)
+{
+    Bytes bytes;
+    int high = -1;
+    for (char c : hex) {
+        int value = (c >= '0' && c <= '9') ? c - '0'
+                  : (c >= 'a' && c <= 'f') ? c - 'a' + 10
+                  : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : -1;
+        if (value < 0)
+            continue;
+        if (high < 0) {
+            high = value;
+        } else {
+            bytes.push_back(static_cast<uint8_t>(high * 16 + value));
+            high = -1;
+        }
+    }
+    return bytes;
+}
+
+std::string Hex(const Bytes& bytes)
+{
+    std::string text;
+    char piece[4];
+    for (uint8_t b : bytes) {
+        std::snprintf(piece, sizeof piece, "%02X ", b);
+        text += piece;
+    }
+    if (!text.empty())
+        text.pop_back();
+    return text;
+}
+
+static std::string ReadFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+// --- Workspace -----------------------------------------------------------------------------
+
+Workspace::Workspace()
+{
+    char pattern[] = "/tmp/varnik-test-XXXXXX";
+    if (mkdtemp(pattern) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    m_folder = pattern;
+    mkdir(ConfigFolder().c_str(), 0777);
+    std::ifstream source(VARNIK_LIBRARY_PATH, std::ios::binary);
+    std::ofstream copy(LibraryPath(), std::ios::binary);
+    copy << source.rdbuf();
+}
+
+Workspace::~Workspace()
+{
+    RunCommand("rm -rf '" + m_folder + "'");
+}
+
+std::string Workspace::PortLink(int port) const
+{
+    return ConfigFolder() + "COM" + std::to_string(port);
+}
+
+void Workspace::WriteConfig(const std::string& name, const std::string& content) const
+{
+    std::ofstream(ConfigFolder() + name, std::ios::binary) << content;
+}
+
+std::string Workspace::ReadConfig(const std::string& name) const
+{
+    return ReadFile(ConfigFolder() + name);
+}
+
+void Workspace::UsePort(int port) const
+{
+    WriteConfig("varnik.json", "{\"port\":" + std::to_string(port) + "}");
+}
+
+std::string Workspace::LogText() const
+{
+    time_t now = time(nullptr);
+    tm local{};
+    localtime_r(&now, &local);
+    char name[32];
+    std::snprintf(name, sizeof name, "/%04d%02d%02d.log", local.tm_year + 1900, local.tm_mon + 1,
+                  local.tm_mday);
+    return ReadFile(m_folder + "/Log/libvarnik" + name);
+}
+
+bool Workspace::HasLogFolder() const
+{
+    struct stat info{};
+    return stat((m_folder + "/Log").c_str(), &info) == 0;
+}
+
+// --- Simulator -----------------------------------------------------------------------------
+
+Simulator::Simulator(const std::string& link, std::vector<std::string> options) : m_link(link)
+{
+    m_record = link + ".received";
+    std::vector<std::string> args = {SIMULATOR_PATH, "--quiet", "--link", link, "--record", m_record};
+    args.insert(args.end(), options.begin(), options.end());
+
+    int out[2];
+    if (pipe(out) != 0)
+        throw std::runtime_error("pipe failed");
+    m_pid = fork();
+    if (m_pid == 0) {
+        dup2(out[1], STDOUT_FILENO);
+        close(out[0]);
+        close(out[1]);
+        std::vector<char*> argv;
+        for (auto& arg : args)
+            argv.push_back(const_cast<char*>(arg.c_str()));
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    close(out[1]);
+    // The simulator's first line is its pseudo-terminal; the link exists by then.
+    char c;
+    while (read(out[0], &c, 1) == 1 && c != '\n')
+        m_pty += c;
+    close(out[0]);
+    if (m_pty.empty())
+        throw std::runtime_error("simulator did not start");
+}
+
+Simulator::~Simulator()
+{
+    if (m_pid > 0) {
+        kill(m_pid, SIGTERM);
+        int status = 0;
+        waitpid(m_pid, &status, 0);
+    }
+    unlink(m_record.c_str());
+}
+
+Bytes Simulator::Received() const
+{
+    std::string data = ReadFile(m_record);
+    return Bytes(data.begin(), data.end());
+}
+
+bool Simulator::WaitReceived(size_t count, int ms) const
+{
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (Received().size() < count) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+// --- Library -------------------------------------------------------------------------------
+
+Library::Library(const std::string& path) : m_handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL))
+{
+    if (m_handle == nullptr)
+        throw std::runtime_error(std::string("dlopen failed: ") + dlerror());
+}
+
+Library::~Library()
+{
+    dlclose(m_handle);
+}
+
+void* Library::Symbol(const char* name) const
+{
+    return dlsym(m_handle, name);
+}
+
+// --- helpers -------------------------------------------------------------------------------
+
+size_t CountOf(const Bytes& haystack, const Bytes& needle)
+{
+    size_t count = 0;
+    if (needle.empty())
+        return 0;
+    for (size_t i = 0; i + needle.size() <= haystack.size();) {
+        if (std::equal(needle.begin(), needle.end(), haystack.begin() + static_cast<long>(i))) {
+            ++count;
+            i += needle.size();
+        } else {
+            ++i;
+        }
+    }
+    return count;
+}
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+int RunCommand(const std::string& command, std::string* output)
+{
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return -1;
+    char block[4096];
+    size_t count;
+    while ((count = fread(block, 1, sizeof block, pipe)) > 0) {
+        if (output != nullptr)
+            output->append(block, count);
+    }
+    int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
