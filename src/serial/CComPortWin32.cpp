@@ -192,7 +192,9 @@ int CComPort::Read(void* buffer, int limit, int room)
 
     DWORD count = static_cast<DWORD>(request);
     if (ReadFile(m_hPort, buffer, count, &count, &m_ovRead)) {
-        WriteLog("<" + (count > 0 ? BytesToHex(buffer, static_cast<int>(count)) : std::string()));
+        if (count > 0) {
+            WriteLog("<" + BytesToHex(buffer, static_cast<int>(count)));
+        }
         return static_cast<int>(count);
     }
 
