@@ -1,9 +1,75 @@
 #include "serial/PortScan.h"
 
-// No discovery yet: the table stays unmarked, so a configured name leaves the port as read.
-int ScanPorts(const char* name, unsigned char* table)
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+bool EqualNoCase(const std::string& left, const char* right)
 {
-    (void)name;
-    (void)table;
-    return 0;
+    size_t length = std::strlen(right);
+    if (left.size() != length)
+        return false;
+    for (size_t i = 0; i < length; ++i) {
+        unsigned char a = static_cast<unsigned char>(left[i]);
+        unsigned char b = static_cast<unsigned char>(right[i]);
+        if (a >= 'A' && a <= 'Z')
+            a = static_cast<unsigned char>(a - 'A' + 'a');
+        if (b >= 'A' && b <= 'Z')
+            b = static_cast<unsigned char>(b - 'A' + 'a');
+        if (a != b)
+            return false;
+    }
+    return true;
+}
+
+// As atoi reads it (leading blanks, a sign, digits, 0 when there are none), but saturating
+// instead of undefined when the digits run past the range.
+int32_t TextToInt(const char* text)
+{
+    long value = std::strtol(text, nullptr, 10);
+    if (value > INT_MAX)
+        return INT_MAX;
+    if (value < INT_MIN)
+        return INT_MIN;
+    return static_cast<int32_t>(value);
+}
+
+}  // namespace
+
+void MarkPort(CPortInfo& info, const char* name, unsigned char* table)
+{
+    // Without "PortName" the friendly name, "Some Device (COM7)", still tells the port.
+    if ((info.nFlags & PortInfoFriendlyName) && !(info.nFlags & PortInfoPortName)) {
+        size_t open = info.strFriendlyName.find("(COM");
+        if (open != std::string::npos) {
+            size_t close = info.strFriendlyName.find(')', open + 1);
+            if (close != std::string::npos) {
+                info.strPortName = info.strFriendlyName.substr(open + 1, close - open - 1);
+                info.nFlags |= PortInfoPortName;
+            }
+        }
+    }
+
+    bool isComPort = (info.nFlags & PortInfoPortName) &&
+                     std::strncmp(info.strPortName.c_str(), "COM", 3) == 0;
+    if (isComPort) {
+        info.nPort = TextToInt(info.strPortName.c_str() + 3);
+        if (!(info.nFlags & PortInfoService)) {
+            // No driver known: take it for the built-in one, which never carries the terminal.
+            info.strService = "Serial";
+        } else if (info.nPort != 0 && !EqualNoCase(info.strService, "Serial")) {
+            info.nPort |= PortQualifies;
+        }
+    }
+    // A device that is no COM port keeps -1, which has the qualifying bit too and so lands
+    // on entry 255. Installations rely on that, so it stays.
+
+    if (info.nPort & PortQualifies) {
+        unsigned char& entry = table[info.nPort & 0xFF];
+        entry |= PortMarkQualifies;
+        if (EqualNoCase(info.strDescription, name ? name : ""))
+            entry |= PortMarkNameMatch;
+    }
 }
