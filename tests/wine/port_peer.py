@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The far end of the serial line for wine_port_test.exe: a pseudo-terminal linked where Wine
+"""The far end of the serial line for wine_win32_test.exe: a pseudo-terminal linked where Wine
 looks for a COM port, answering a few one-letter commands. Prints the pty path, then serves
 until killed.
 

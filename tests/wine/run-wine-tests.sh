@@ -5,20 +5,20 @@
 # of the log.
 #
 #   run-wine-tests.sh --dll Varnik.dll --host wine_host.exe --sim new6210-sim
-#                     [--port-test wine_port_test.exe] [--wine wine64] [--keep] [scenario ...]
+#                     [--win32-test wine_win32_test.exe] [--wine wine64] [--keep] [scenario ...]
 #
-# wine_port_test.exe is looked for beside wine_host.exe unless given. With no scenario names,
+# wine_win32_test.exe is looked for beside wine_host.exe unless given. With no scenario names,
 # all of them run. --keep leaves the work folder for a look afterwards.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-dll="" host="" port_test="" sim="" wine="" keep=0
+dll="" host="" win32_test="" sim="" wine="" keep=0
 scenarios=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --dll) dll="$2"; shift 2 ;;
     --host) host="$2"; shift 2 ;;
-    --port-test) port_test="$2"; shift 2 ;;
+    --win32-test) win32_test="$2"; shift 2 ;;
     --sim) sim="$2"; shift 2 ;;
     --wine) wine="$2"; shift 2 ;;
     --keep) keep=1; shift ;;
@@ -26,12 +26,12 @@ while [ $# -gt 0 ]; do
     *) scenarios+=("$1"); shift ;;
   esac
 done
-[ ${#scenarios[@]} -gt 0 ] || scenarios=(port version cancel)
-[ -n "$port_test" ] || port_test="$(dirname "$host")/wine_port_test.exe"
+[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel)
+[ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
 
-for file in "$dll" "$host" "$port_test" "$sim"; do
+for file in "$dll" "$host" "$win32_test" "$sim"; do
   if [ -z "$file" ] || [ ! -f "$file" ]; then
-    echo "missing: '$file' (need --dll, --host, --sim and wine_port_test.exe)" >&2
+    echo "missing: '$file' (need --dll, --host, --sim and wine_win32_test.exe)" >&2
     exit 2
   fi
 done
@@ -93,7 +93,7 @@ app="$work/app"
 mkdir -p "$app/config"
 cp "$dll" "$app/Varnik.dll"
 cp "$host" "$app/wine_host.exe"
-cp "$port_test" "$app/wine_port_test.exe"
+cp "$win32_test" "$app/wine_win32_test.exe"
 printf '{"mode":1}' >"$app/config/debug.json"
 # The same folder as Windows sees it, through drive Z: (the Unix root).
 app_windows="Z:${app//\//\\}"
@@ -173,15 +173,15 @@ run_host() {
 
 # --- scenarios ---------------------------------------------------------------------------
 
-# The COM port driver itself on Wine's serial layer, against a scripted far end; COM9 is no
-# serial device at all. The cases and their checks are in WinePortTest.cpp.
-scenario_port() {
+# The platform layer and the COM port driver on Wine, the driver against a scripted far end;
+# COM9 is no serial device at all. The cases and their checks are in WineWin32Test.cpp.
+scenario_win32() {
   local peer_port=8 null_port=9
   start_line_end python3 "$here/port_peer.py" "$WINEPREFIX/dosdevices/com$peer_port"
   ln -sfn /dev/null "$WINEPREFIX/dosdevices/com$null_port"
-  run_in_app port wine_port_test.exe "$peer_port" "$null_port"
+  run_in_app win32 wine_win32_test.exe "$peer_port" "$null_port"
   stop_line_end
-  cat "$app"/Log/wine_port_test/*.log >"$work/port.log" 2>/dev/null || true
+  cat "$app"/Log/wine_win32_test/*.log >"$work/win32.log" 2>/dev/null || true
 }
 
 # Probe and version read: the probe frame goes out and is acknowledged, the version frame gets

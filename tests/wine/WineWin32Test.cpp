@@ -1,12 +1,14 @@
-// The Windows COM port driver on Wine's serial layer, against port_peer.py on a pseudo-terminal:
-// results, limits, the bytes that arrive at the far end, the log lines, and a stalled line that
-// sends writes down the pending path.
+// The Windows side of the library on Wine. The platform layer: files, folders, text, clock,
+// alertable sleep, message pump and lock. The COM port driver, against port_peer.py on a
+// pseudo-terminal: results, limits, the bytes that arrive at the far end, the log lines, and a
+// stalled line that sends writes down the pending path.
 //
-//   wine_port_test.exe <COM number of the peer> <COM number linked to /dev/null>
+//   wine_win32_test.exe <COM number of the peer> <COM number linked to /dev/null>
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -126,7 +128,156 @@ unsigned char Pattern(int index)
     return static_cast<unsigned char>(index % 251 + 1);
 }
 
-// --- cases -------------------------------------------------------------------------------
+// --- platform cases ----------------------------------------------------------------------
+
+std::string Scratch(const char* name)
+{
+    return g_strModuleFolder + "scratch\\" + name;
+}
+
+void FilesAndFolders()
+{
+    std::string folder = g_strModuleFolder + "scratch";
+    CreateFolder(folder);
+    EXPECT_TRUE(!CreateFolder(folder));  // exists already
+    EXPECT_TRUE(CreateFolder(Scratch("sub")));
+
+    std::string content;
+    EXPECT_TRUE(WriteWholeFile(Scratch("a.bin"), "x\0y\r\n", 5));
+    EXPECT_TRUE(ReadWholeFile(Scratch("a.bin"), content));
+    EXPECT_TEXT(content, std::string("x\0y\r\n", 5));  // binary, NUL and CR LF kept
+    EXPECT_TRUE(WriteWholeFile(Scratch("a.bin"), "zz", 2));
+    EXPECT_TRUE(ReadWholeFile(Scratch("a.bin"), content));
+    EXPECT_TEXT(content, "zz");  // truncated
+    EXPECT_TRUE(AppendToFile(Scratch("a.bin"), "12", 2));
+    EXPECT_TRUE(AppendToFile(Scratch("new.log"), "34", 2));  // created if absent
+    EXPECT_TRUE(ReadWholeFile(Scratch("a.bin"), content));
+    EXPECT_TEXT(content, "zz12");
+    content = "untouched";
+    EXPECT_TRUE(!ReadWholeFile(Scratch("missing"), content));
+    EXPECT_TEXT(content, "untouched");
+
+    // No sharing: while another handle holds the file, an append is refused.
+    HANDLE held = CreateFileA(Scratch("a.bin").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    EXPECT_TRUE(held != INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(!AppendToFile(Scratch("a.bin"), "56", 2));
+    CloseHandle(held);
+    EXPECT_TRUE(ReadWholeFile(Scratch("a.bin"), content));
+    EXPECT_TEXT(content, "zz12");
+
+    // Plain files only, with or without a closing separator.
+    for (const std::string& path : {folder, folder + "\\", folder + "/"}) {
+        std::vector<std::string> names = ListFolderFiles(path);
+        std::sort(names.begin(), names.end());
+        EXPECT_EQ(names.size(), 2);
+        if (names.size() == 2) {
+            EXPECT_TEXT(names[0], "a.bin");
+            EXPECT_TEXT(names[1], "new.log");
+        }
+    }
+    EXPECT_EQ(ListFolderFiles(Scratch("nothing here")).size(), 0);
+}
+
+void WhereWeAre()
+{
+    char own[MAX_PATH];
+    DWORD length = GetModuleFileNameA(nullptr, own, MAX_PATH);
+    // Linked into this program, the library's module is the program itself.
+    EXPECT_TEXT(ModuleFilePath(), std::string(own, length));
+    EXPECT_EQ(FolderSeparator(), '\\');
+    EXPECT_TEXT(g_strModuleName, "wine_win32_test");
+    EXPECT_TRUE(!g_strModuleFolder.empty() && g_strModuleFolder.back() == '\\');
+}
+
+void Text()
+{
+    EXPECT_TEXT(Utf8ToAnsi(""), "");
+    EXPECT_TEXT(Utf8ToAnsi(std::string("a\0b", 3)), std::string("a\0b", 3));
+    EXPECT_TEXT(AnsiToUtf8("plain ASCII"), "plain ASCII");
+    // One character of the code page in force, both ways.
+    UINT codePage = GetACP();
+    std::printf("    (ANSI code page %u)\n", codePage);
+    if (codePage == 1252) {
+        EXPECT_TEXT(Utf8ToAnsi("caf\xC3\xA9"), "caf\xE9");
+        EXPECT_TEXT(AnsiToUtf8("caf\xE9"), "caf\xC3\xA9");
+    } else if (codePage == 874) {
+        EXPECT_TEXT(Utf8ToAnsi("\xE0\xB8\x81"), "\xA1");
+        EXPECT_TEXT(AnsiToUtf8("\xA1"), "\xE0\xB8\x81");
+    }
+}
+
+void ClockAndTime()
+{
+    int32_t before = MillisecondClock();
+    Sleep(60);
+    int32_t elapsed = MillisecondClock() - before;
+    EXPECT_TRUE(elapsed >= 50 && elapsed < 2000);
+
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    LocalTime time = CurrentLocalTime();
+    EXPECT_EQ(time.year, now.wYear);
+    EXPECT_EQ(time.month, now.wMonth);
+    EXPECT_TRUE(time.day >= 1 && time.day <= 31 && time.hour < 24 && time.minute < 60 &&
+                time.second < 61);
+}
+
+int g_apcCalls = 0;
+
+void CALLBACK CountApc(ULONG_PTR)
+{
+    ++g_apcCalls;
+}
+
+// The two ways a cancel reaches a waiting call on its own thread.
+void SleepAndPump()
+{
+    g_apcCalls = 0;
+    QueueUserAPC(CountApc, GetCurrentThread(), 0);
+    AlertableSleep(20);
+    EXPECT_EQ(g_apcCalls, 1);
+
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+    }
+    PostThreadMessageA(GetCurrentThreadId(), WM_APP, 1, 0);
+    PostThreadMessageA(GetCurrentThreadId(), WM_APP, 2, 0);
+    PumpOneMessage();  // one message per call, no more
+    EXPECT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE) && message.wParam == 2);
+    EXPECT_TRUE(!PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE));
+    PumpOneMessage();  // an empty queue: returns at once
+}
+
+PlatformLock g_lock;
+long g_counter = 0;
+
+DWORD WINAPI CountUnderLock(void*)
+{
+    for (int i = 0; i < 100000; ++i) {
+        LockScope scope(g_lock);
+        LockScope again(g_lock);  // the same thread may enter twice
+        long value = g_counter;
+        g_counter = value + 1;
+    }
+    return 0;
+}
+
+void Lock()
+{
+    g_counter = 0;
+    HANDLE threads[2];
+    for (HANDLE& thread : threads) {
+        thread = CreateThread(nullptr, 0, CountUnderLock, nullptr, 0, nullptr);
+    }
+    WaitForMultipleObjects(2, threads, TRUE, 30000);
+    for (HANDLE thread : threads) {
+        CloseHandle(thread);
+    }
+    EXPECT_EQ(g_counter, 200000);
+}
+
+// --- port cases --------------------------------------------------------------------------
 
 void ClosedPort()
 {
@@ -329,6 +480,12 @@ struct Case {
 
 // In order: the open port carries over from case to case.
 const Case g_cases[] = {
+    {"files and folders", FilesAndFolders},
+    {"where we are", WhereWeAre},
+    {"text", Text},
+    {"clock and time", ClockAndTime},
+    {"sleep and pump", SleepAndPump},
+    {"lock", Lock},
     {"closed port", ClosedPort},     {"open twice", OpenTwice},
     {"line settings", LineSettings}, {"empty queue", EmptyQueue},
     {"read limits", ReadLimits},     {"read room", ReadRoom},
@@ -342,7 +499,7 @@ const Case g_cases[] = {
 int main(int argc, char** argv)
 {
     if (argc != 3) {
-        std::fprintf(stderr, "usage: wine_port_test.exe <peer COM number> <null COM number>\n");
+        std::fprintf(stderr, "usage: wine_win32_test.exe <peer COM number> <null COM number>\n");
         return 2;
     }
     g_peerPort = std::atoi(argv[1]);
