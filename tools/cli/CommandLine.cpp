@@ -1,0 +1,162 @@
+#include "CommandLine.h"
+
+#include <cctype>
+#include <climits>
+#include <cstdlib>
+
+namespace {
+
+Invocation Fail(const std::string& error)
+{
+    Invocation invocation;
+    invocation.action = Invocation::Error;
+    invocation.error = error;
+    return invocation;
+}
+
+bool IsHelpOption(const std::string& word)
+{
+    return word == "-h" || word == "--help";
+}
+
+} // namespace
+
+Invocation ParseCommandLine(const std::vector<std::string>& words)
+{
+    Invocation invocation;
+    size_t i = 0;
+    bool wantsHelp = false;
+    for (; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        if (word == "--lib") {
+            if (i + 1 >= words.size())
+                return Fail("--lib needs a path");
+            invocation.libraryGiven = true;
+            invocation.libraryPath = words[++i];
+        } else if (word.compare(0, 6, "--lib=") == 0) {
+            invocation.libraryGiven = true;
+            invocation.libraryPath = word.substr(6);
+        } else if (IsHelpOption(word)) {
+            wantsHelp = true;
+        } else if (word.size() > 1 && word[0] == '-') {
+            return Fail("unknown option " + word);
+        } else {
+            break;
+        }
+    }
+    if (invocation.libraryGiven && invocation.libraryPath.empty())
+        return Fail("--lib needs a path");
+
+    if (wantsHelp) {
+        invocation.action = Invocation::Help;
+        if (i < words.size() && !SameWord(words[i], "help"))
+            invocation.helpTopic = words[i];
+        return invocation;
+    }
+    if (i >= words.size())
+        return Fail("no command given");
+
+    if (SameWord(words[i], "help")) {
+        if (words.size() - i > 2)
+            return Fail("help takes at most one command");
+        invocation.action = Invocation::Help;
+        if (i + 1 < words.size())
+            invocation.helpTopic = words[i + 1];
+        return invocation;
+    }
+
+    if (words.size() - i == 2 && IsHelpOption(words[i + 1])) {
+        invocation.action = Invocation::Help;
+        invocation.helpTopic = words[i];
+        return invocation;
+    }
+    invocation.command = words[i];
+    invocation.args.assign(words.begin() + static_cast<std::ptrdiff_t>(i) + 1, words.end());
+    invocation.action = Invocation::Run;
+    return invocation;
+}
+
+std::vector<std::string> LibraryCandidates(const Invocation& invocation,
+                                           const std::string& executableFolder,
+                                           const char* fileName, const char* environmentValue)
+{
+    if (invocation.libraryGiven)
+        return {invocation.libraryPath};
+    std::vector<std::string> candidates;
+    if (!executableFolder.empty())
+        candidates.push_back(executableFolder + fileName);
+    if (environmentValue && *environmentValue)
+        candidates.push_back(environmentValue);
+    return candidates;
+}
+
+bool ParseInt32(const std::string& text, int& value)
+{
+    size_t i = 0;
+    bool negative = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-'))
+        negative = text[i++] == '-';
+    if (i >= text.size())
+        return false;
+    long long number = 0;
+    for (; i < text.size(); ++i) {
+        if (!std::isdigit(static_cast<unsigned char>(text[i])))
+            return false;
+        number = number * 10 + (text[i] - '0');
+        if (number > static_cast<long long>(INT_MAX) + 1)
+            return false;
+    }
+    if (negative)
+        number = -number;
+    if (number < INT_MIN || number > INT_MAX)
+        return false;
+    value = static_cast<int>(number);
+    return true;
+}
+
+std::string ConfigFolderOf(const std::string& libraryPath)
+{
+    size_t separator = libraryPath.find_last_of("/\\");
+    std::string folder =
+        separator == std::string::npos ? std::string() : libraryPath.substr(0, separator + 1);
+    return folder + "config/";
+}
+
+int PortFromConfigText(const std::string& json)
+{
+    const std::string key = "\"port\"";
+    size_t at = json.find(key);
+    if (at == std::string::npos)
+        return 0;
+    at += key.size();
+    auto skipBlanks = [&] {
+        while (at < json.size() && std::isspace(static_cast<unsigned char>(json[at])))
+            ++at;
+    };
+    skipBlanks();
+    if (at >= json.size() || json[at] != ':')
+        return 0;
+    ++at;
+    skipBlanks();
+    if (at < json.size() && json[at] == '"')
+        ++at;   // {"port":"7"} reads as 7 in the library too
+    size_t end = at;
+    if (end < json.size() && json[end] == '-')
+        ++end;
+    while (end < json.size() && std::isdigit(static_cast<unsigned char>(json[end])))
+        ++end;
+    int port = 0;
+    return ParseInt32(json.substr(at, end - at), port) ? port : 0;
+}
+
+bool SameWord(const std::string& a, const std::string& b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (std::tolower(static_cast<unsigned char>(a[i])) !=
+            std::tolower(static_cast<unsigned char>(b[i])))
+            return false;
+    }
+    return true;
+}

@@ -1,0 +1,43 @@
+// The words of the command line, and the small text helpers that commands share. Nothing
+// here touches the library or the system, so all of it runs in the unit tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct Invocation {
+    enum Action { Run, Help, Error };
+    Action action = Error;
+    bool libraryGiven = false;   // --lib was on the line
+    std::string libraryPath;     // its value
+    std::string command;         // Run: the command word as typed
+    std::vector<std::string> args;
+    std::string helpTopic;       // Help: a command word, or empty for the overview
+    std::string error;           // Error: what is wrong, one line
+};
+
+// `words` are the arguments without the program name:
+//   [--lib PATH | --lib=PATH | -h | --help]... COMMAND [ARGUMENTS...]
+//   help [COMMAND]          COMMAND --help          COMMAND -h
+// Options count only before the command word; what follows belongs to the command.
+Invocation ParseCommandLine(const std::vector<std::string>& words);
+
+// Where to look for the library, in order: the --lib path alone if given; otherwise the file
+// next to the executable (skipped when the folder is unknown), then the path in
+// VARNIK_LIBRARY if that is set and not empty.
+std::vector<std::string> LibraryCandidates(const Invocation& invocation,
+                                           const std::string& executableFolder,
+                                           const char* fileName, const char* environmentValue);
+
+// A whole signed 32-bit decimal number, optional sign, nothing else around it.
+bool ParseInt32(const std::string& text, int& value);
+
+// The folder in which the library looks for its configuration: "config/" beside the file.
+std::string ConfigFolderOf(const std::string& libraryPath);
+
+// The "port" value of a varnik.json text, or 0 if it has none that reads as a number. Only
+// for messages: the library's own reader decides what the port is.
+int PortFromConfigText(const std::string& json);
+
+// Case-insensitive ASCII comparison, as the library compares its command words.
+bool SameWord(const std::string& a, const std::string& b);

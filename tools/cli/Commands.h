@@ -1,0 +1,76 @@
+// The command table of the command-line host. Each command is one entry: its word, the shape
+// of its arguments, its help texts and the routine that runs it. A command added later is one
+// more entry and one routine; the parser, the help and the dispatch need no change.
+#pragma once
+
+#include "VarnikApi.h"
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+// Exit status of the program.
+enum ExitStatus {
+    ExitOk = 0,
+    ExitUsage = 1,       // the command line is wrong
+    ExitNoLibrary = 2,   // the library cannot be loaded or lacks a function the command needs
+    ExitTerminal = 3,    // no port, no terminal, or the terminal's answer is not usable
+    ExitCancelled = 4,   // Ctrl-C cancelled the wait
+};
+
+// The library's results that the messages name.
+const int ResultPortUnavailable = 110;
+const int ResultNoTerminal = 1538;
+
+// Size of every buffer handed to the library. The library learns no size, and the largest
+// reply it can copy comes from its 204800-byte receive buffer, three times over when the
+// Thai card text is widened to UTF-8.
+const size_t ReplyBufferSize = 4 * 1024 * 1024;
+
+struct LoadedLibrary {
+    std::string path;   // as loaded; its folder holds config/
+    VarnikApi api;
+};
+
+struct CommandContext {
+    CommandContext(std::ostream& out, std::ostream& err) : out(out), err(err) {}
+
+    std::vector<std::string> args;
+    std::ostream& out;   // what the command reports
+    std::ostream& err;   // usage and library problems
+    // Loads the library on first use; null after printing why it could not.
+    std::function<const LoadedLibrary*()> load;
+    // Around every call that may wait on the terminal: route Ctrl-C to PosCancel, and tell
+    // afterwards whether a cancel went out.
+    std::function<void(const VarnikApi&)> beginWait;
+    std::function<bool()> endWait;
+    // Reads a file whole; used for the port number in messages. Fails quietly.
+    std::function<bool(const std::string& path, std::string& content)> readFile;
+
+    bool cancelled = false;
+};
+
+struct Command {
+    const char* name;
+    const char* synopsis;   // "checkport N"
+    const char* summary;    // one line for the overview
+    const char* details;    // the text of "help COMMAND"
+    size_t minArgs;
+    size_t maxArgs;
+    // Null for a command that is planned but not in this version of the program.
+    int (*run)(CommandContext& context);
+};
+
+const std::vector<Command>& CommandTable();
+
+// By word, ignoring case; null if there is none.
+const Command* FindCommand(const std::string& name);
+
+// Checks the argument count, runs the command and gives the exit status.
+int RunCommand(const Command& command, CommandContext& context);
+
+void PrintOverview(std::ostream& out);
+
+// Help on one command; ExitUsage if there is no such command.
+int PrintCommandHelp(const std::string& name, std::ostream& out, std::ostream& err);

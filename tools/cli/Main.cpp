@@ -1,0 +1,109 @@
+// varnik: the command-line host of the Varnik library. It loads the library by path at run
+// time, as a point-of-sale application does, and calls one export per command.
+#include "CommandLine.h"
+#include "Commands.h"
+#include "Interrupt.h"
+#include "LibraryLoader.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+
+namespace {
+
+// Holds the loaded library for the life of the program and unloads it at the end, so the
+// library's teardown closes the port.
+class LibraryHolder {
+public:
+    explicit LibraryHolder(std::vector<std::string> candidates)
+        : m_candidates(std::move(candidates))
+    {
+    }
+    ~LibraryHolder() { CloseLibraryFile(m_handle); }
+    LibraryHolder(const LibraryHolder&) = delete;
+    LibraryHolder& operator=(const LibraryHolder&) = delete;
+
+    const LoadedLibrary* Load(std::ostream& err)
+    {
+        if (m_handle)
+            return &m_library;
+        if (m_tried)
+            return nullptr;
+        m_tried = true;
+        std::ostringstream reasons;
+        for (const std::string& candidate : m_candidates) {
+            std::string usedPath, error;
+            LibraryHandle handle = OpenLibraryFile(candidate, usedPath, error);
+            if (handle) {
+                m_handle = handle;
+                m_library.path = usedPath;
+                BindExports(m_library.api,
+                            [handle](const char* name) { return FindLibraryExport(handle, name); });
+                return &m_library;
+            }
+            reasons << "  " << usedPath << ": " << error << '\n';
+        }
+        err << "varnik: cannot load the Varnik library.\n" << reasons.str();
+        if (m_candidates.empty())
+            err << "  (no place to look: give --lib PATH or set VARNIK_LIBRARY)\n";
+        return nullptr;
+    }
+
+private:
+    std::vector<std::string> m_candidates;
+    LibraryHandle m_handle = nullptr;
+    LoadedLibrary m_library;
+    bool m_tried = false;
+};
+
+bool ReadFile(const std::string& path, std::string& content)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return false;
+    content.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+    Invocation invocation = ParseCommandLine(words);
+
+    if (invocation.action == Invocation::Error) {
+        std::cerr << "varnik: " << invocation.error << "\nTry 'varnik --help'.\n";
+        return ExitUsage;
+    }
+    if (invocation.action == Invocation::Help) {
+        if (invocation.helpTopic.empty()) {
+            PrintOverview(std::cout);
+            return ExitOk;
+        }
+        return PrintCommandHelp(invocation.helpTopic, std::cout, std::cerr);
+    }
+
+    const Command* command = FindCommand(invocation.command);
+    if (!command) {
+        std::cerr << "varnik: no command '" << invocation.command << "'.\nTry 'varnik --help'.\n";
+        return ExitUsage;
+    }
+
+    LibraryHolder library(LibraryCandidates(invocation, ExecutableFolder(), LibraryFileName(),
+                                            std::getenv("VARNIK_LIBRARY")));
+    CommandContext context(std::cout, std::cerr);
+    context.args = invocation.args;
+    context.load = [&library] { return library.Load(std::cerr); };
+    context.beginWait = [](const VarnikApi& api) {
+        std::cout.flush();
+        BeginCancellableWait(api.PosCancel);
+    };
+    context.endWait = [] { return EndCancellableWait(); };
+    context.readFile = ReadFile;
+    int status = RunCommand(*command, context);
+    std::cout.flush();
+    return status;
+}

@@ -1,0 +1,56 @@
+// What the simulated terminal is set up to answer, and what it holds while it runs.
+#pragma once
+
+#include "Protocol.h"
+#include "SimCard.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+// The terminal's behaviour, as the command line sets it.
+struct TerminalConfig {
+    std::string versionText = "NEW6210 SIM 1.0";
+
+    std::string pinReply = "1234567890ABCDEF";  // hex text the keypad gives back
+    bool pinWait = false;                       // keypad waits for keys: only CAN ends it
+
+    bool masterKeyFrame = false;  // answer the key load with a frame of masterKeyReply
+    Bytes masterKeyReply;         // (otherwise a single ACK)
+
+    std::string scriptReply = "OK";
+
+    std::string emvName = "JAIDEE/SOMCHAI MR";
+
+    std::string stripe = "4111111111111111=2512101|4111111111111111=2512|";
+    bool swipeFail = false;  // a failed swipe: frame "READ ERROR"
+    bool swipeWait = false;  // no card is swiped: only CAN ends the wait
+
+    bool thaiIdWait = false;  // no card is inserted: only CAN ends the wait
+
+    bool cardIn = true;
+    Bytes atr;                   // empty: the card's own default
+    bool selectAnswers61 = true;
+
+    bool declineUpload = false;
+    std::string uploadFolder;    // if set, uploaded files are also written there
+};
+
+// A file announced with "9W" whose bytes are still coming.
+struct PendingUpload {
+    std::string name;
+    uint32_t size = 0;
+    uint32_t crc = 0;
+};
+
+struct SimState {
+    TerminalConfig config;
+    std::unique_ptr<SimCard> card;  // null: no card in the slot
+    std::map<std::string, Bytes> files;
+    PendingUpload upload;
+    Bytes lastMasterKey;
+};
+
+// The text a failed swipe answers with.
+constexpr const char* SwipeErrorText = "READ ERROR";

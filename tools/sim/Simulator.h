@@ -1,0 +1,59 @@
+// The simulated terminal: takes the host's bytes, runs the operation's handler, and sends the
+// answer through the reply writer. Single-threaded; waits for keys are states, not loops.
+#pragma once
+
+#include "FrameParser.h"
+#include "ReplyWriter.h"
+#include "SimState.h"
+#include "TrafficLog.h"
+
+#include <functional>
+#include <string>
+
+class Pty;
+
+struct SessionOptions {
+    bool answerCan = false;  // a CAN with nothing held is answered with CAN
+    int vanishAfter = 0;     // close the port for good when this frame comes in (0: never)
+    int resyncMs = 2000;     // a frame or stream left incomplete this long is dropped
+    int overrunMs = 500;     // a reply the host takes nothing of for this long is cut
+};
+
+class Simulator {
+public:
+    using VanishAction = std::function<void()>;
+
+    Simulator(SimState& state, ReplyWriter& writer, TrafficLog& log, SessionOptions options,
+              VanishAction vanish);
+
+    // Bytes as they came from the host.
+    void OnBytes(const uint8_t* data, size_t length);
+    // Nothing came for resyncMs while a frame or stream was incomplete.
+    void OnSilence();
+
+    bool Busy() const { return parser_.Busy(); }
+    bool Holding() const { return holding_; }
+    bool Vanished() const { return vanished_; }
+    int ResyncMs() const { return options_.resyncMs; }
+
+private:
+    void OnEvent(const ParserEvent& event);
+    void OnFrame(const Request& request);
+    void OnCancel();
+    void OnStreamEnd(const Bytes& content);
+    void Deliver(const OpCode* code, const Reply& reply);
+    void BeginStream(uint32_t length);
+
+    SimState& state_;
+    ReplyWriter& writer_;
+    TrafficLog& log_;
+    SessionOptions options_;
+    VanishAction vanish_;
+    FrameParser parser_;
+    bool holding_ = false;
+    bool vanished_ = false;
+    int framesReceived_ = 0;
+};
+
+// Reads the pty until a stop signal: every byte goes to `record` (if open) and the simulator.
+void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log);
