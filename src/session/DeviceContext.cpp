@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "pcsc/Redirection.h"
 #include "platform/Platform.h"
 #include "session/Exports.h"
 #include "support/Format.h"
@@ -49,6 +50,7 @@ void InitialiseDeviceContext()
 
 void TeardownDeviceContext()
 {
+    TeardownRedirection();
     // Closes the port without a log line and without touching cancelRequested.
     g_context.serial.Close();
 }

@@ -10,6 +10,7 @@
 // Prints one line per step and "PASS <scenario>" or "FAIL <scenario>: why"; the exit code is 0
 // only if every scenario passed (2 for a usage or load error).
 #include <windows.h>
+#include <winscard.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -29,6 +30,7 @@ using PosSelectFn = decltype(&::PosSelect);
 using PosCheckPortFn = decltype(&::PosCheckPort);
 using PosCancelFn = decltype(&::PosCancel);
 using GetVersionFn = decltype(&::getVersion);
+using ReaderSelectFn = decltype(&::ReaderSelect);
 
 struct Host {
     HMODULE library = nullptr;
@@ -203,6 +205,115 @@ std::string RunCancel(Host& host)
     return std::string();
 }
 
+// --- the card slot as the PC/SC reader --------------------------------------------------
+
+// One APDU through `transmit`; a T=0 "61 xx" is followed by GET RESPONSE through the import.
+std::string Exchange(decltype(&::SCardTransmit) transmit, SCARDHANDLE card,
+                     const std::vector<BYTE>& command, std::vector<BYTE>& answer)
+{
+    BYTE reply[300];
+    DWORD length = sizeof reply;
+    LONG result = transmit(card, SCARD_PCI_T0, command.data(), static_cast<DWORD>(command.size()),
+                           nullptr, reply, &length);
+    Say("SCardTransmit(%s) = 0x%lX, %s", Hex(reinterpret_cast<const char*>(command.data()),
+                                             command.size()).c_str(),
+        static_cast<unsigned long>(result), Hex(reinterpret_cast<char*>(reply), length).c_str());
+    if (result != SCARD_S_SUCCESS || length < 2)
+        return "SCardTransmit failed";
+    if (reply[length - 2] == 0x61) {
+        const std::vector<BYTE> getResponse = {0x00, 0xC0, 0x00, 0x00, reply[length - 1]};
+        return Exchange(::SCardTransmit, card, getResponse, answer);
+    }
+    answer.assign(reply, reply + length);
+    return std::string();
+}
+
+// ReaderSelect hooks winscard.dll in this process. SCardTransmit is bound twice before it:
+// through the import table and by GetProcAddress; both must reach the terminal afterwards.
+std::string RunPcsc(Host& host)
+{
+    std::string why;
+    auto checkPort = host.Resolve<PosCheckPortFn>("PosCheckPort", why);
+    auto readerSelect = host.Resolve<ReaderSelectFn>("ReaderSelect", why);
+    if (!why.empty())
+        return why;
+    auto transmitEarly = reinterpret_cast<decltype(&::SCardTransmit)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("winscard.dll"), "SCardTransmit")));
+    if (transmitEarly == nullptr)
+        return "winscard.dll has no SCardTransmit";
+
+    int result = checkPort(host.port);
+    Say("PosCheckPort(%d) = %d", host.port, result);
+    if (result != 0)
+        return "PosCheckPort did not give 0";
+    for (int i = 0; i < 2; ++i) {
+        result = readerSelect();
+        Say("ReaderSelect() = %d", result);
+        if (result != 0)
+            return "ReaderSelect did not give 0";
+    }
+
+    SCARDCONTEXT context = 0;
+    LONG status = SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context);
+    Say("SCardEstablishContext = 0x%lX, context %lu", static_cast<unsigned long>(status),
+        static_cast<unsigned long>(context));
+    if (status != SCARD_S_SUCCESS || context != 1234)
+        return "SCardEstablishContext is not the virtual reader's";
+
+    char readers[64];
+    std::memset(readers, 0x55, sizeof readers);
+    DWORD count = sizeof readers;
+    status = SCardListReadersA(context, nullptr, readers, &count);
+    Say("SCardListReadersA = 0x%lX, %lu, \"%s\"", static_cast<unsigned long>(status),
+        static_cast<unsigned long>(count), readers);
+    if (status != SCARD_S_SUCCESS || count != 19 || std::strcmp(readers, "NEW6210 Reader Card") ||
+        readers[20] != 0)
+        return "SCardListReadersA did not give the one reader as a closed list";
+    LPSTR allocated = nullptr;
+    count = SCARD_AUTOALLOCATE;
+    status = SCardListReadersA(context, nullptr, reinterpret_cast<LPSTR>(&allocated), &count);
+    Say("SCardListReadersA(SCARD_AUTOALLOCATE) = 0x%lX", static_cast<unsigned long>(status));
+    if (status != static_cast<LONG>(SCARD_E_INVALID_PARAMETER) || allocated != nullptr)
+        return "SCARD_AUTOALLOCATE was not refused";
+
+    SCARDHANDLE card = 0;
+    DWORD protocol = 0;
+    status = SCardConnectA(context, readers, SCARD_SHARE_SHARED,
+                           SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card, &protocol);
+    Say("SCardConnectA = 0x%lX, card 0x%lX, protocol %lu", static_cast<unsigned long>(status),
+        static_cast<unsigned long>(card), static_cast<unsigned long>(protocol));
+    if (status != SCARD_S_SUCCESS || card != 0x1234 || protocol != SCARD_PROTOCOL_T0)
+        return "SCardConnectA failed";
+
+    DWORD state = 0, atrLength = sizeof g_out;
+    status = SCardStatusA(card, nullptr, nullptr, &state, &protocol,
+                          reinterpret_cast<BYTE*>(g_out), &atrLength);
+    Say("SCardStatusA = 0x%lX, state %lu, ATR %s", static_cast<unsigned long>(status),
+        static_cast<unsigned long>(state), Hex(g_out, atrLength).c_str());
+    if (status != SCARD_S_SUCCESS || state != SCARD_SPECIFIC || atrLength == 0)
+        return "SCardStatusA gave no ATR";
+
+    std::vector<BYTE> answer;
+    why = Exchange(transmitEarly, card,
+                   {0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01},
+                   answer);
+    if (!why.empty())
+        return why;
+    why = Exchange(transmitEarly, card, {0x80, 0xB0, 0x00, 0x04, 0x02, 0x00, 0x0D}, answer);
+    if (!why.empty())
+        return why;
+    const std::string citizen(answer.begin(), answer.end() - 2);
+    Say("citizen number \"%s\"", citizen.c_str());
+    if (citizen != "1234567890121" || answer[answer.size() - 2] != 0x90)
+        return "the citizen number did not come back";
+
+    status = SCardDisconnect(card, SCARD_LEAVE_CARD);
+    Say("SCardDisconnect = 0x%lX", static_cast<unsigned long>(status));
+    if (status != SCARD_S_SUCCESS)
+        return "SCardDisconnect failed";
+    return std::string();
+}
+
 struct NamedScenario {
     const char* name;
     Scenario run;
@@ -211,6 +322,7 @@ struct NamedScenario {
 const NamedScenario g_scenarios[] = {
     {"version", RunVersion},
     {"cancel", RunCancel},
+    {"pcsc", RunPcsc},
 };
 
 const NamedScenario* FindScenario(const std::string& name)

@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
     *) scenarios+=("$1"); shift ;;
   esac
 done
-[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel)
+[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel pcsc)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
 
 for file in "$dll" "$host" "$win32_test" "$sim"; do
@@ -219,6 +219,23 @@ scenario_cancel() {
   expect_log cancel "Pos Cancel "
   expect_log cancel ">18"
   expect_log cancel "<18"
+}
+
+# The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai
+# ID card's citizen number comes through SCardTransmit, also through a pointer taken before.
+scenario_pcsc() {
+  local record="$work/pcsc.rec"
+  start_simulator "$record"
+  run_host pcsc pcsc
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes pcsc "$bytes" "02 38 02 03 3A" 1
+  expect_bytes pcsc "$bytes" "02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21" 1
+  expect_bytes pcsc "$bytes" "02 38 03 03 3B" 1
+  expect_log pcsc "Redirection WinCard completed"
+  expect_log pcsc "-> Found readers: NEW6210 Reader Card"
+  expect_log pcsc "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
 }
 
 for scenario in "${scenarios[@]}"; do

@@ -1,0 +1,206 @@
+// The six PC/SC stand-ins. Nothing here keeps a session: the context and card handles are two
+// fixed numbers, card presence is whatever the terminal answers to the Open APDU, and the ATR
+// of that answer is the only thing remembered. The port is opened on demand and left open.
+#include "pcsc/VirtualReader.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "session/DeviceContext.h"
+#include "session/Frame.h"
+#include "support/Format.h"
+#include "support/Log.h"
+
+VirtualReaderState g_reader;
+
+namespace Pcsc {
+
+namespace {
+
+constexpr uint8_t OpCardChannel = 0x38;
+constexpr uint8_t OpTransmit = 0x01;
+constexpr uint8_t OpOpen = 0x02;
+constexpr uint8_t OpClose = 0x03;
+
+// ReadReply leaves its length untouched when it drops a reply; this marks "not written".
+constexpr uint32_t NoLength = 0xFFFFFFFFu;
+
+}  // namespace
+
+LONG PCSC_API SCardEstablishContext(DWORD, const void*, const void*, SCARDCONTEXT* phContext)
+{
+    WriteLog("SCardEstablishContext called");
+    *phContext = VirtualContext;
+    return SCARD_S_SUCCESS;
+}
+
+#if defined(_WIN32)
+LONG PCSC_API SCardListReadersA(
+#else
+LONG SCardListReaders(
+#endif
+    SCARDCONTEXT, const char*, char* mszReaders, DWORD* pcchReaders)
+{
+    WriteLog("SCardListReaders called");
+    WriteLog(Format("-> Found readers: %s", ReaderName));
+
+    // A size query: the whole list is the name and two NULs.
+    if (mszReaders == nullptr) {
+        *pcchReaders = ReaderListLength;
+        return SCARD_S_SUCCESS;
+    }
+
+    if (*pcchReaders == SCARD_AUTOALLOCATE) {
+#if defined(_WIN32)
+        // winscard.dll's SCardFreeMemory releases with an allocator we can't reach, so any
+        // block of ours handed to it would be freed by the wrong heap.
+        return SCARD_E_INVALID_PARAMETER;
+#else
+        // pcsc-lite's SCardFreeMemory is free().
+        char* list = static_cast<char*>(std::malloc(ReaderListLength));
+        if (list == nullptr)
+            return SCARD_E_NO_MEMORY;
+        std::memcpy(list, ReaderName, sizeof(ReaderName));
+        list[ReaderListLength - 1] = '\0';
+        *reinterpret_cast<char**>(mszReaders) = list;
+        *pcchReaders = ReaderListLength;
+        return SCARD_S_SUCCESS;
+#endif
+    }
+
+    // Hosts that pass their capacity and have room get a closed multi-string; the count stays
+    // the name's length, as the hosts of this reader have always read it.
+    const bool roomForList = *pcchReaders >= ReaderListLength;
+    std::memcpy(mszReaders, ReaderName, sizeof(ReaderName));
+    if (roomForList)
+        mszReaders[ReaderListLength - 1] = '\0';
+    *pcchReaders = ReaderNameLength;
+    return SCARD_S_SUCCESS;
+}
+
+#if defined(_WIN32)
+LONG PCSC_API SCardConnectA(
+#else
+LONG SCardConnect(
+#endif
+    SCARDCONTEXT, const char* szReader, DWORD, DWORD, SCARDHANDLE* phCard,
+    DWORD* pdwActiveProtocol)
+{
+    WriteLog("SCardConnect called");
+    *phCard = VirtualCardHandle;
+    *pdwActiveProtocol = SCARD_PROTOCOL_T0;
+    LONG status = SCARD_S_SUCCESS;
+
+    WriteLog("Open APDU");
+    DeviceContext& context = g_context;
+    OpenDevice(context);
+    BeginFrame(context, {OpCardChannel, OpOpen});
+    CloseFrame(context);
+    const int written = SendFrame(context);
+    int read = 0;
+    if (written > 0)
+        read = ReadReply(context, nullptr, nullptr);
+
+    if (written < 0 || read < 0) {
+        status = SCARD_E_NO_SMARTCARD;
+    } else {
+        g_reader.atrLength = 0;
+        g_reader.atr[0] = 0;
+        if (context.rxLength > 1) {
+            // Length byte, then the ATR. The length is the terminal's word, but atr holds 64
+            // bytes and only rxLength - 1 of them arrived.
+            const int count = std::min({static_cast<int>(context.rxBuffer[0]),
+                                        static_cast<int>(sizeof(g_reader.atr)),
+                                        context.rxLength - 1});
+            std::memcpy(g_reader.atr, context.rxBuffer + 1, count);
+            g_reader.atrLength = static_cast<uint8_t>(count);
+        } else if (context.rxLength == 1) {
+            // A one-byte answer is a status: 0 is a card without ATR, anything else no card.
+            if (context.rxBuffer[0] != 0)
+                status = SCARD_E_NO_SMARTCARD;
+        }
+    }
+
+    WriteLog(Format("SCardConnect(%s,hCard:0x%x status:[0x%x]) called",
+                    szReader != nullptr ? szReader : "(null)",
+                    static_cast<unsigned>(*phCard), static_cast<unsigned>(status)));
+    return status;
+}
+
+#if defined(_WIN32)
+LONG PCSC_API SCardStatusA(
+#else
+LONG SCardStatus(
+#endif
+    SCARDHANDLE, char*, DWORD*, DWORD* pdwState, DWORD* pdwProtocol, BYTE* pbAtr,
+    DWORD* pcbAtrLen)
+{
+    WriteLog(Format("SCardStatus(pcbAtrLen:%d) called", static_cast<int>(*pcbAtrLen)));
+    *pdwState = SCARD_SPECIFIC;
+    *pdwProtocol = SCARD_PROTOCOL_T0;
+    *pcbAtrLen = g_reader.atrLength;
+    if (pbAtr != nullptr)
+        std::memcpy(pbAtr, g_reader.atr, g_reader.atrLength);
+    return SCARD_S_SUCCESS;
+}
+
+LONG PCSC_API SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, const BYTE* pbSendBuffer,
+                            DWORD cbSendLength, SCARD_IO_REQUEST*, BYTE* pbRecvBuffer,
+                            DWORD* pcbRecvLength)
+{
+    WriteLog("SCardTransmit called");
+
+    // Commands go out of a local copy. One longer than the copy goes out of the caller's
+    // buffer instead, with the same bytes on the wire.
+    uint8_t work[TransmitWorkSize] = {};
+    const uint8_t* command = work;
+    if (cbSendLength > sizeof(work))
+        command = pbSendBuffer;
+    else
+        std::memcpy(work, pbSendBuffer, cbSendLength);
+
+    DeviceContext& context = g_context;
+    OpenDevice(context);
+
+    const uint8_t lengthByte = static_cast<uint8_t>(cbSendLength & 0xFF);
+    BeginFrame(context, {OpCardChannel, OpTransmit});
+    AppendBytes(context, &lengthByte, 1);
+    if (cbSendLength != 0) {
+        const DWORD count = std::min<DWORD>(cbSendLength, TxRxCapacity);
+        AppendBytes(context, command, static_cast<int>(count));
+    } else {
+        // No length: the work area is sent as a text with its NUL, while LL stays 0. The text
+        // ends inside the work area at the latest.
+        const size_t text = strnlen(reinterpret_cast<const char*>(work), sizeof(work));
+        AppendBytes(context, work, static_cast<int>(std::min(text + 1, sizeof(work))));
+    }
+    CloseFrame(context);
+
+    const int written = SendFrame(context);
+    int read = 0;
+    uint32_t received = NoLength;
+    if (written > 0)
+        read = ReadReply(context, pbRecvBuffer, &received);
+    if (written < 0 || read < 0) {
+        *pcbRecvLength = 0;
+        return SCARD_E_NO_SMARTCARD;
+    }
+    if (received != NoLength)
+        *pcbRecvLength = received;
+    return SCARD_S_SUCCESS;
+}
+
+LONG PCSC_API SCardDisconnect(SCARDHANDLE, DWORD)
+{
+    DeviceContext& context = g_context;
+    OpenDevice(context);
+    BeginFrame(context, {OpCardChannel, OpClose});
+    CloseFrame(context);
+    const int written = SendFrame(context);
+    if (written > 0)
+        return ReadReply(context, nullptr, nullptr);
+    return written;
+}
+
+}  // namespace Pcsc

@@ -1,0 +1,252 @@
+// The six PC/SC stand-ins, called directly. With the port closed nothing is sent or read, but
+// each frame is left in txBuffer and SCardConnect judges whatever rxBuffer holds; the
+// round trips with a terminal run on a pseudo-terminal.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "PtyPort.h"
+#include "pcsc/VirtualReader.h"
+#include "session/DeviceContext.h"
+
+using namespace Pcsc;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes SentFrame()
+{
+    return Bytes(g_context.txBuffer, g_context.txBuffer + g_context.txLength);
+}
+
+Bytes TransmitFrame(const Bytes& command, uint8_t lengthByte)
+{
+    Bytes frame = {0x02, 0x38, 0x01, lengthByte};
+    uint8_t check = 0x38 ^ 0x01 ^ lengthByte;
+    for (uint8_t byte : command) {
+        frame.push_back(byte);
+        check ^= byte;
+    }
+    frame.push_back(0x03);
+    frame.push_back(check);
+    return frame;
+}
+
+// Lets SCardConnect judge `answer` as if the terminal had just sent it.
+LONG ConnectWithAnswer(const Bytes& answer, int rxLength)
+{
+    std::memcpy(g_context.rxBuffer, answer.data(), answer.size());
+    g_context.rxLength = rxLength;
+    SCARDHANDLE card = 0;
+    DWORD protocol = 0;
+    return SCardConnect(0, "no such reader", 0, 0, &card, &protocol);
+}
+
+Bytes StatusAtr(DWORD* length = nullptr)
+{
+    DWORD state = 0, protocol = 0, atrLength = 2;
+    uint8_t atr[80];
+    std::memset(atr, 0xEE, sizeof atr);
+    SCardStatus(0, nullptr, nullptr, &state, &protocol, atr, &atrLength);
+    if (length != nullptr)
+        *length = atrLength;
+    EXPECT_EQ(atr[atrLength], 0xEE) << "nothing past the ATR";
+    return Bytes(atr, atr + atrLength);
+}
+
+struct ClosedPort : ::testing::Test {
+    void SetUp() override
+    {
+        CloseDevice(g_context);
+        g_context.port = 0;
+        g_reader = {};
+    }
+};
+
+}  // namespace
+
+TEST_F(ClosedPort, ContextCardHandleAndProtocolAreTheFixedValues)
+{
+    SCARDCONTEXT context = 0;
+    EXPECT_EQ(SCardEstablishContext(2, nullptr, nullptr, &context), 0);
+    EXPECT_EQ(context, 1234);
+
+    SCARDHANDLE card = 0;
+    DWORD protocol = 0;
+    g_context.rxLength = 1;
+    g_context.rxBuffer[0] = 0x06;
+    EXPECT_EQ(SCardConnect(context, "anything", 0, 2, &card, &protocol),
+              static_cast<LONG>(0x8010000C));
+    EXPECT_EQ(card, 0x1234) << "set also when no card is found";
+    EXPECT_EQ(protocol, 1u);
+    EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x02, 0x03, 0x3A}));
+}
+
+TEST_F(ClosedPort, ListReadersFillsBuffersQueriesAndAllocatedLists)
+{
+    const Bytes name = {'N', 'E', 'W', '6', '2', '1', '0', ' ', 'R', 'e',
+                        'a', 'd', 'e', 'r', ' ', 'C', 'a', 'r', 'd', 0};
+    struct Case {
+        DWORD capacity;
+        bool closingNul;
+    } cases[] = {{0, false}, {20, false}, {21, true}, {64, true}};
+    for (const Case& c : cases) {
+        char buffer[32];
+        std::memset(buffer, 0x55, sizeof buffer);
+        DWORD count = c.capacity;
+        EXPECT_EQ(SCardListReaders(0, nullptr, buffer, &count), 0);
+        EXPECT_EQ(count, 19u) << c.capacity;
+        EXPECT_EQ(Bytes(buffer, buffer + 20), name) << c.capacity;
+        EXPECT_EQ(buffer[20], c.closingNul ? 0 : 0x55) << c.capacity;
+        EXPECT_EQ(buffer[21], 0x55) << c.capacity;
+    }
+
+    DWORD count = 5;
+    EXPECT_EQ(SCardListReaders(0, nullptr, nullptr, &count), 0);
+    EXPECT_EQ(count, 21u) << "size of the list with both NULs";
+
+    char* list = nullptr;
+    count = SCARD_AUTOALLOCATE;
+    EXPECT_EQ(SCardListReaders(0, nullptr, reinterpret_cast<char*>(&list), &count), 0);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(count, 21u);
+    Bytes expected = name;
+    expected.push_back(0);
+    EXPECT_EQ(Bytes(list, list + 21), expected);
+    std::free(list);  // what pcsc-lite's SCardFreeMemory does with it
+}
+
+TEST_F(ClosedPort, ConnectTakesTheAtrFromTheAnswerWithinWhatArrivedAndTheArea)
+{
+    Bytes long_(1 + 120);
+    long_[0] = 100;
+    std::iota(long_.begin() + 1, long_.end(), 1);
+    struct Case {
+        const char* name;
+        Bytes answer;
+        int rxLength;
+        LONG status;
+        Bytes atr;
+    } cases[] = {
+        {"length byte and ATR", {0x02, 0x3B, 0x00}, 3, 0, {0x3B, 0x00}},
+        {"length beyond what arrived", {0x05, 0x3B, 0x00, 0x77}, 3, 0, {0x3B, 0x00}},
+        {"length beyond the area", long_, 121, 0, Bytes(long_.begin() + 1, long_.begin() + 65)},
+        {"status 0: card, no ATR", {0x00}, 1, 0, {}},
+        {"status 6: no card", {0x06}, 1, static_cast<LONG>(0x8010000C), {}},
+        {"empty answer", {0x3B}, 0, 0, {}},
+    };
+    for (const Case& c : cases) {
+        g_reader.atrLength = 3;
+        g_reader.atr[0] = 0x99;
+        EXPECT_EQ(ConnectWithAnswer(c.answer, c.rxLength), c.status) << c.name;
+        EXPECT_EQ(g_reader.atrLength, c.atr.size()) << c.name;
+        EXPECT_EQ(StatusAtr(), c.atr) << c.name;
+    }
+}
+
+TEST_F(ClosedPort, StatusGivesTheKeptAtrWhateverTheCallerSaysItsRoomIs)
+{
+    DWORD length = 0;
+    EXPECT_EQ(StatusAtr(&length), Bytes{}) << "before any connect";
+
+    Bytes answer = {12, 0x3B, 0x67, 0x00, 0x00, 0x2D, 0x20, 0x36, 0x00, 0x00, 0x90, 0x00, 0x01};
+    ConnectWithAnswer(answer, 13);
+    SCardDisconnect(0x1234, 0);
+    EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x03, 0x03, 0x3B}));
+
+    DWORD state = 0, protocol = 0, atrLength = 2;
+    uint8_t atr[16] = {};
+    EXPECT_EQ(SCardStatus(0, nullptr, nullptr, &state, &protocol, atr, &atrLength), 0);
+    EXPECT_EQ(state, SCARD_SPECIFIC);
+    EXPECT_EQ(protocol, 1u);
+    EXPECT_EQ(atrLength, 12u);
+    EXPECT_EQ(Bytes(atr, atr + 12), Bytes(answer.begin() + 1, answer.end()));
+
+    atrLength = 0;
+    EXPECT_EQ(SCardStatus(0, nullptr, nullptr, &state, &protocol, nullptr, &atrLength), 0);
+    EXPECT_EQ(atrLength, 12u) << "a null ATR buffer still learns the length";
+}
+
+TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
+{
+    Bytes big(400);
+    std::iota(big.begin(), big.end(), 0);
+    struct Case {
+        const char* name;
+        Bytes command;
+        uint8_t lengthByte;
+    } cases[] = {
+        {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, 0x05},
+        {"300 bytes", Bytes(big.begin(), big.begin() + 300), 0x2C},
+        {"304 bytes", Bytes(big.begin(), big.begin() + 304), 0x30},
+        {"longer than the work area", big, 0x90},
+    };
+    for (const Case& c : cases) {
+        uint8_t reply[8] = {0xEE};
+        DWORD replyLength = 77;
+        EXPECT_EQ(SCardTransmit(0, nullptr, c.command.data(), static_cast<DWORD>(c.command.size()),
+                                nullptr, reply, &replyLength), 0) << c.name;
+        EXPECT_EQ(SentFrame(), TransmitFrame(c.command, c.lengthByte)) << c.name;
+        EXPECT_EQ(reply[0], 0xEE) << c.name << ": nothing read from a closed port";
+        EXPECT_EQ(replyLength, 77u) << c.name;
+    }
+    EXPECT_EQ(TransmitFrame({0x00, 0x84, 0x00, 0x00, 0x08}, 5),
+              (Bytes{0x02, 0x38, 0x01, 0x05, 0x00, 0x84, 0x00, 0x00, 0x08, 0x03, 0xB0}));
+
+    // No length: the empty text of the work area goes with its NUL, LL stays 0.
+    const uint8_t unused = 0x41;
+    DWORD replyLength = 0;
+    SCardTransmit(0, nullptr, &unused, 0, nullptr, nullptr, &replyLength);
+    EXPECT_EQ(SentFrame(), TransmitFrame({0x00}, 0x00));
+}
+
+namespace {
+
+struct OnTheLine : ::testing::Test {
+    PtyPort line;
+    void SetUp() override
+    {
+        g_reader = {};
+        g_context.port = PtyPort::Number;
+        ASSERT_EQ(OpenDevice(g_context), 0);
+    }
+    void TearDown() override
+    {
+        CloseDevice(g_context);
+        g_context.port = 0;
+    }
+};
+
+}  // namespace
+
+TEST_F(OnTheLine, ConnectTransmitAndDisconnectTalkToTheTerminal)
+{
+    SCARDHANDLE card = 0;
+    DWORD protocol = 0;
+    line.Send({0x02, 0x02, 0x3B, 0x00, 0x03, 0x39});
+    EXPECT_EQ(SCardConnect(1234, "NEW6210 Reader Card", 2, 3, &card, &protocol), 0);
+    EXPECT_EQ(line.Receive(), (Bytes{0x02, 0x38, 0x02, 0x03, 0x3A}));
+    EXPECT_EQ(StatusAtr(), (Bytes{0x3B, 0x00}));
+
+    const Bytes select = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00,
+                          0x00, 0x54, 0x48, 0x00, 0x01};
+    line.Send({0x02, 0x61, 0x0A, 0x03, 0x6B});
+    uint8_t reply[8];
+    std::memset(reply, 0xEE, sizeof reply);
+    DWORD replyLength = 0;
+    EXPECT_EQ(SCardTransmit(card, nullptr, select.data(), static_cast<DWORD>(select.size()),
+                            nullptr, reply, &replyLength), 0);
+    EXPECT_EQ(line.Receive(), TransmitFrame(select, 13));
+    EXPECT_EQ(replyLength, 2u);
+    EXPECT_EQ(Bytes(reply, reply + 4), (Bytes{0x61, 0x0A, 0x00, 0xEE})) << "payload and a NUL";
+
+    line.Send({0x06});
+    EXPECT_EQ(SCardDisconnect(card, 0), 0);
+    EXPECT_EQ(line.Receive(), (Bytes{0x02, 0x38, 0x03, 0x03, 0x3B}));
+    EXPECT_EQ(StatusAtr(), (Bytes{0x3B, 0x00})) << "the ATR outlives the disconnect";
+    EXPECT_TRUE(g_context.serial.m_bOpen) << "the port stays open";
+}
