@@ -229,6 +229,7 @@ const std::vector<OptionInfo>& AllOptions() {
         {"answer-can", A::None, Flag([](SimOptions& o) { o.session.answerCan = true; })},
         {"vanish-after", A::Required, ApplyVanishAfter},
         {"resync", A::Required, Milliseconds([](SimOptions& o) -> int& { return o.session.resyncMs; })},
+        {"overrun", A::Required, Milliseconds([](SimOptions& o) -> int& { return o.session.overrunMs; })},
     };
     return all;
 }
@@ -333,6 +334,9 @@ Faults, for testing how the host copes:
   --vanish-after N     the port disappears for good when the Nth frame comes in (that frame
                        gets no answer)
   --resync MS          drop a frame or upload left incomplete for MS ms (default 2000)
+  --overrun MS         when the host takes no byte of a reply for MS ms (its port is closed,
+                       or it reads slowly), the rest of the reply and the bytes it has not
+                       read are lost, as on a real line (default 500; 0: wait for ever)
   --help               this text
 
 Operations (code in hex and as text) and what the terminal answers by default:

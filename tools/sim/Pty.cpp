@@ -77,10 +77,13 @@ ssize_t Pty::Read(uint8_t* buffer, size_t size) {
     return count;
 }
 
-bool Pty::WriteAll(const uint8_t* data, size_t length) {
+Pty::WriteResult Pty::Write(const uint8_t* data, size_t length, int overrunMs) {
     while (length > 0) {
-        if (master_ < 0 || StopRequested()) {
-            return false;
+        if (master_ < 0) {
+            return WriteResult::Failed;
+        }
+        if (StopRequested()) {
+            return WriteResult::Stopped;
         }
         ssize_t written = ::write(master_, data, length);
         if (written > 0) {
@@ -89,13 +92,16 @@ bool Pty::WriteAll(const uint8_t* data, size_t length) {
             continue;
         }
         if (written < 0 && errno != EAGAIN && errno != EINTR) {
-            return false;
+            return WriteResult::Failed;
         }
-        // The host's input queue is full: wait until it reads.
         pollfd room{master_, POLLOUT, 0};
-        WaitForEvents(&room, 1, -1);
+        int ready = WaitForEvents(&room, 1, overrunMs > 0 ? overrunMs : -1);
+        if (ready == 0) {
+            tcflush(keptSlave_, TCIFLUSH);
+            return WriteResult::Overrun;
+        }
     }
-    return true;
+    return WriteResult::Done;
 }
 
 bool Pty::LineIsRaw() const {

@@ -25,8 +25,11 @@ public:
 
     // What the host has sent: a count, 0 when nothing is waiting, -1 on a failure.
     ssize_t Read(uint8_t* buffer, size_t size);
-    // Writes everything, waiting for room; false on a stop signal or a failure.
-    bool WriteAll(const uint8_t* data, size_t length);
+    enum class WriteResult { Done, Stopped, Overrun, Failed };
+    // Writes everything, waiting while the host's input queue is full. If the host takes no
+    // byte for overrunMs (0: no limit), the rest is lost and the queue is emptied, as on a
+    // serial line that nobody reads: a real port drops what comes in while it is closed.
+    WriteResult Write(const uint8_t* data, size_t length, int overrunMs);
 
     // False when the line discipline would alter bytes: echo, canonical input, CR/LF
     // translation or output processing. The host is expected to keep the line raw.

@@ -16,6 +16,7 @@ struct SessionOptions {
     bool answerCan = false;  // a CAN with nothing held is answered with CAN
     int vanishAfter = 0;     // close the port for good when this frame comes in (0: never)
     int resyncMs = 2000;     // a frame or stream left incomplete this long is dropped
+    int overrunMs = 500;     // a reply the host takes nothing of for this long is cut
 };
 
 class Simulator {

@@ -80,8 +80,15 @@ int main(int argc, char** argv) {
     TrafficLog log(options.quiet);
     log.Note("terminal ready on " + slave +
              (options.linkPath.empty() ? "" : " (linked as " + options.linkPath + ")"));
-    ReplyWriter writer(options.faults,
-                       [&pty](const uint8_t* data, size_t length) { return pty.WriteAll(data, length); });
+    auto writeToHost = [&pty, &log, &options](const uint8_t* data, size_t length) {
+        Pty::WriteResult result = pty.Write(data, length, options.session.overrunMs);
+        if (result == Pty::WriteResult::Overrun) {
+            log.Warn("the host took nothing for " + std::to_string(options.session.overrunMs) +
+                     " ms: the rest of the reply and the unread bytes are lost");
+        }
+        return result == Pty::WriteResult::Done;
+    };
+    ReplyWriter writer(options.faults, writeToHost);
     auto vanish = [&pty, &options, &slave]() {
         pty.Close();
         if (!options.linkPath.empty()) RemoveLink(options.linkPath, slave);

@@ -1,8 +1,10 @@
 // The real program on a real pseudo-terminal: the startup contract, a probe, a version
-// request, the record file and a clean stop.
+// request, the record file and a clean stop; and the pseudo-terminal's overrun rule.
+#include "Pty.h"
 #include "TestSupport.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
@@ -123,6 +125,29 @@ TEST(EndToEnd, ProbeVersionRecordAndCleanStop) {
     EXPECT_EQ(recorded, Concat(probe, version));
     unlink(record.c_str());
     rmdir(folder);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Pty, AReplyNobodyReadsIsLostAfterTheOverrunTime) {
+    Pty pty;
+    std::string error;
+    ASSERT_TRUE(pty.Open(error)) << error;
+    Bytes big(200000, 'X');
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(pty.Write(big.data(), big.size(), 100), Pty::WriteResult::Overrun);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+
+    // The host finds an empty queue, and the next reply goes through.
+    int fd = OpenRaw(pty.SlavePath());
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(ReadFor(fd, 1, 50), Bytes{});
+    const Bytes ack{ctl::ACK};
+    EXPECT_EQ(pty.Write(ack.data(), 1, 100), Pty::WriteResult::Done);
+    EXPECT_EQ(ReadFor(fd, 1, 1000), ack);
+    close(fd);
 }
 
 }  // namespace

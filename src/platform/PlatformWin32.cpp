@@ -1,0 +1,243 @@
+// Windows side of the platform interface. Narrow (ANSI) Win32 calls throughout: every string
+// the library handles is a narrow zero-terminated one.
+#include <windows.h>
+
+#include "platform/Platform.h"
+
+// --- waiting -----------------------------------------------------------------------------
+
+void AlertableSleep(int ms)
+{
+    // Alertable, so that a host's queued APC (which may call PosCancel) runs during the sleep.
+    SleepEx(ms > 0 ? static_cast<DWORD>(ms) : 0, TRUE);
+}
+
+void PumpOneMessage()
+{
+    MSG message;
+    if (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+        TranslateMessage(&message);
+        DispatchMessageA(&message);
+    }
+}
+
+int32_t MillisecondClock()
+{
+    // Monotonic, unlike the wall clock; clock() would count process CPU time on some runtimes.
+    return static_cast<int32_t>(static_cast<uint32_t>(GetTickCount64()));
+}
+
+// --- where we are ------------------------------------------------------------------------
+
+std::string ModuleFilePath()
+{
+    // The module that holds this very function: the library, not the host's executable.
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                                GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            reinterpret_cast<LPCSTR>(&ModuleFilePath), &module)) {
+        module = nullptr;
+    }
+    char path[MAX_PATH];
+    DWORD length = GetModuleFileNameA(module, path, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) {
+        // Failed, or cut short without a terminator: say nothing rather than a wrong path.
+        return std::string();
+    }
+    return std::string(path, length);
+}
+
+char FolderSeparator()
+{
+    return '\\';
+}
+
+// --- files and folders -------------------------------------------------------------------
+
+bool CreateFolder(const std::string& path)
+{
+    return CreateDirectoryA(path.c_str(), nullptr) != 0;
+}
+
+namespace {
+
+// Writes all of `size` bytes, in pieces a DWORD can count.
+bool WriteAll(HANDLE file, const void* data, size_t size)
+{
+    const char* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        DWORD piece = size > 0x40000000u ? 0x40000000u : static_cast<DWORD>(size);
+        DWORD written = 0;
+        if (!WriteFile(file, bytes, piece, &written, nullptr) || written == 0) {
+            return false;
+        }
+        bytes += written;
+        size -= written;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ReadWholeFile(const std::string& path, std::string& content)
+{
+    HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    std::string data;
+    bool ok = true;
+    char chunk[4096];
+    for (;;) {
+        DWORD got = 0;
+        if (!ReadFile(file, chunk, sizeof chunk, &got, nullptr)) {
+            ok = false;
+            break;
+        }
+        if (got == 0) {
+            break;
+        }
+        data.append(chunk, got);
+    }
+    CloseHandle(file);
+    if (ok) {
+        content.swap(data);
+    }
+    return ok;
+}
+
+bool WriteWholeFile(const std::string& path, const void* data, size_t size)
+{
+    HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    bool ok = WriteAll(file, data, size);
+    CloseHandle(file);
+    return ok;
+}
+
+bool AppendToFile(const std::string& path, const void* data, size_t size)
+{
+    // No sharing: a second writer at the same instant fails its open and drops its text.
+    HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    LARGE_INTEGER zero;
+    zero.QuadPart = 0;
+    bool ok = SetFilePointerEx(file, zero, nullptr, FILE_END) != 0 && WriteAll(file, data, size);
+    CloseHandle(file);
+    return ok;
+}
+
+std::vector<std::string> ListFolderFiles(const std::string& folder)
+{
+    std::vector<std::string> names;
+    std::string pattern = folder;
+    if (!pattern.empty() && pattern.back() != '\\' && pattern.back() != '/') {
+        pattern += '\\';
+    }
+    pattern += '*';
+    WIN32_FIND_DATAA found;
+    HANDLE search = FindFirstFileA(pattern.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) {
+        return names;
+    }
+    do {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+            names.emplace_back(found.cFileName);
+        }
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+    return names;
+}
+
+// --- text ------------------------------------------------------------------------------
+
+namespace {
+
+std::string Recode(const std::string& text, UINT from, UINT to)
+{
+    if (text.empty()) {
+        return std::string();
+    }
+    // Explicit lengths, so that an embedded NUL survives like any other character.
+    int length = static_cast<int>(text.size());
+    int wideLength = MultiByteToWideChar(from, 0, text.data(), length, nullptr, 0);
+    if (wideLength <= 0) {
+        return std::string();
+    }
+    std::wstring wide(static_cast<size_t>(wideLength), L'\0');
+    MultiByteToWideChar(from, 0, text.data(), length, &wide[0], wideLength);
+    int narrowLength = WideCharToMultiByte(to, 0, wide.data(), wideLength, nullptr, 0, nullptr,
+                                           nullptr);
+    if (narrowLength <= 0) {
+        return std::string();
+    }
+    std::string narrow(static_cast<size_t>(narrowLength), '\0');
+    WideCharToMultiByte(to, 0, wide.data(), wideLength, &narrow[0], narrowLength, nullptr,
+                        nullptr);
+    return narrow;
+}
+
+}  // namespace
+
+std::string Utf8ToAnsi(const std::string& text)
+{
+    return Recode(text, CP_UTF8, CP_ACP);
+}
+
+std::string AnsiToUtf8(const std::string& text)
+{
+    return Recode(text, CP_ACP, CP_UTF8);
+}
+
+// --- time --------------------------------------------------------------------------------
+
+LocalTime CurrentLocalTime()
+{
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    LocalTime time;
+    time.year = now.wYear;
+    time.month = now.wMonth;
+    time.day = now.wDay;
+    time.hour = now.wHour;
+    time.minute = now.wMinute;
+    time.second = now.wSecond;
+    return time;
+}
+
+// --- the user ----------------------------------------------------------------------------
+
+void ShowNotice(const std::string& text)
+{
+    MessageBoxA(nullptr, text.c_str(), "", MB_OK);
+}
+
+// --- lock --------------------------------------------------------------------------------
+
+PlatformLock::PlatformLock() : m_impl(new CRITICAL_SECTION)
+{
+    InitializeCriticalSection(static_cast<CRITICAL_SECTION*>(m_impl));
+}
+
+PlatformLock::~PlatformLock()
+{
+    DeleteCriticalSection(static_cast<CRITICAL_SECTION*>(m_impl));
+    delete static_cast<CRITICAL_SECTION*>(m_impl);
+}
+
+void PlatformLock::Enter()
+{
+    EnterCriticalSection(static_cast<CRITICAL_SECTION*>(m_impl));
+}
+
+void PlatformLock::Leave()
+{
+    LeaveCriticalSection(static_cast<CRITICAL_SECTION*>(m_impl));
+}

@@ -1,0 +1,243 @@
+// The terminal's COM port on Windows: one handle opened for overlapped I/O and used as if it
+// were synchronous. A read takes what is queued and never waits for more; a write waits at
+// most a second for each piece to leave.
+#include "serial/CComPort.h"
+
+#include <cstring>
+
+#include "support/Format.h"
+#include "support/Log.h"
+
+namespace {
+
+constexpr DWORD ComAccess = GENERIC_READ | GENERIC_WRITE;                     // 0xC0000000
+constexpr DWORD ComAttributes = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL;  // 0x40000080
+constexpr DWORD DcbLength = 28;
+constexpr DWORD WriteTimeoutMs = 5000;
+constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore inserts
+constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
+constexpr DWORD UserDefaultLanguage = 0x400;
+constexpr int ReadErrorTextSize = 128;
+// The longest port number whose "\\.\COM%d" name fits the 16-byte name buffer.
+constexpr int LongestNamedPort = 99999999;
+
+// An overlapped operation that has not finished must not outlive its OVERLAPPED or its
+// buffer: after the wait has run out, cancel it and wait until the system lets go of both.
+DWORD FinishPending(HANDLE port, OVERLAPPED& overlapped, DWORD waitResult)
+{
+    DWORD count = 0;
+    if (waitResult != WAIT_OBJECT_0) {
+        CancelIoEx(port, &overlapped);
+        GetOverlappedResult(port, &overlapped, &count, TRUE);
+        return count;
+    }
+    GetOverlappedResult(port, &overlapped, &count, FALSE);
+    return count;
+}
+
+// One WriteFile with the port's write OVERLAPPED. A write that goes pending is waited for; if
+// it completes in time its count is added to m_ovWrite.Offset. Failures are silent by design:
+// the caller learns of lost bytes only from the missing answer.
+void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count)
+{
+    DWORD written = 0;
+    if (WriteFile(com.m_hPort, bytes, count, &written, &com.m_ovWrite)) {
+        return;
+    }
+    if (GetLastError() != ERROR_IO_PENDING) {
+        return;
+    }
+    DWORD waitResult = WaitForSingleObject(com.m_ovWrite.hEvent, PortWriteWaitMs);
+    DWORD done = FinishPending(com.m_hPort, com.m_ovWrite, waitResult);
+    if (waitResult == WAIT_OBJECT_0) {
+        com.m_ovWrite.Offset += done;
+    }
+}
+
+}  // namespace
+
+CComPort::CComPort() : m_nHold(0), m_hPort(NullPortHandle), m_bOpen(0)
+{
+    std::memset(&m_ovRead, 0, sizeof m_ovRead);
+    std::memset(&m_ovWrite, 0, sizeof m_ovWrite);
+}
+
+CComPort::~CComPort()
+{
+    Close();
+}
+
+int CComPort::Open(int port)
+{
+    m_nHold = 0;
+    if (m_bOpen) {
+        return 1;
+    }
+
+    // Ports 1 to 9 take the long form too: the choice rests on the sign alone.
+    char name[16];
+    if (port > LongestNamedPort) {
+        // Its name would not fit; no such port exists, so fail as the system would.
+        m_hPort = INVALID_HANDLE_VALUE;
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        LogLastError("Invalid Handle Value: %s");
+        return 0;
+    }
+    wsprintfA(name, port >= 0 ? "\\\\.\\COM%d" : "COM%d", port);
+    m_hPort = CreateFileA(name, ComAccess, 0, nullptr, OPEN_EXISTING, ComAttributes, nullptr);
+    if (m_hPort == INVALID_HANDLE_VALUE) {
+        LogLastError("Invalid Handle Value: %s");
+        return 0;
+    }
+
+    std::memset(&m_ovRead, 0, sizeof m_ovRead);
+    std::memset(&m_ovWrite, 0, sizeof m_ovWrite);
+    // A read returns at once with what is queued; a write may take up to 5 s.
+    COMMTIMEOUTS timeouts;
+    timeouts.ReadIntervalTimeout = MAXDWORD;
+    timeouts.ReadTotalTimeoutMultiplier = 0;
+    timeouts.ReadTotalTimeoutConstant = 0;
+    timeouts.WriteTotalTimeoutMultiplier = 0;
+    timeouts.WriteTotalTimeoutConstant = WriteTimeoutMs;
+    if (!SetCommTimeouts(m_hPort, &timeouts)) {
+        // The handle stays with us unreleased: m_bOpen is 0, so nothing will close it.
+        LogLastError("Set Time Out Error : %s");
+        return 0;
+    }
+
+    m_ovRead.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    m_ovWrite.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+
+    DCB dcb;
+    std::memset(&dcb, 0, sizeof dcb);
+    dcb.DCBlength = DcbLength;
+    if (!GetCommState(m_hPort, &dcb)) {
+        LogLastError("Get DCB Error : %s");
+    } else {
+        // Built from zero, not from what the device reported: no flow control of any kind,
+        // DTR and RTS control off, fBinary left at 0 as well.
+        std::memset(&dcb, 0, sizeof dcb);
+        dcb.DCBlength = DcbLength;
+        dcb.BaudRate = PortBaudRate;
+        dcb.ByteSize = 8;
+        dcb.Parity = NOPARITY;
+        dcb.StopBits = ONESTOPBIT;
+        SetCommState(m_hPort, &dcb);  // a refusal leaves the line as it was; we go on
+
+        if (SetupComm(m_hPort, PortQueueSize, PortQueueSize)) {
+            m_bOpen = 1;
+            return 1;
+        }
+        LogLastError("Open Error: %s");
+    }
+
+    // The members keep their values; the next Open replaces them.
+    if (m_ovRead.hEvent != nullptr) {
+        CloseHandle(m_ovRead.hEvent);
+    }
+    if (m_ovWrite.hEvent != nullptr) {
+        CloseHandle(m_ovWrite.hEvent);
+    }
+    CloseHandle(m_hPort);
+    return 0;
+}
+
+int CComPort::Write(const void* data, int length)
+{
+    if (!m_bOpen || m_hPort == NullPortHandle) {
+        WriteLog("Com port not open");
+        return 0;
+    }
+    // Logged before anything leaves, so that a hanging write still shows what it was.
+    WriteLog(">" + BytesToHex(data, length < ByteByByteLimit ? length : ByteByByteLimit));
+
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    if (length <= ByteByByteLimit) {
+        // Short frames go out one byte per write; the terminal is paced by it.
+        for (int i = 0; i < length; ++i) {
+            SendPiece(*this, bytes + i, 1);
+        }
+        return length > 0 ? length : 0;
+    }
+    SendPiece(*this, bytes, static_cast<DWORD>(length));
+    return 1;
+}
+
+int CComPort::Read(void* buffer, int limit, int room)
+{
+    if (!m_bOpen || m_hPort == NullPortHandle) {
+        return -1;
+    }
+    DWORD errors = 0;
+    COMSTAT status;
+    std::memset(&status, 0, sizeof status);
+    ClearCommError(m_hPort, &errors, &status);
+    if (status.cbInQue == 0) {
+        return 0;
+    }
+
+    // A limit of 256 or more is no limit: the whole queue is asked for.
+    long long request = status.cbInQue;
+    if (limit < UnlimitedReadFrom && limit < request) {
+        WriteLog(Format("in que %d", static_cast<int>(status.cbInQue)));
+        request = limit;
+    }
+    // Never past the caller's room, whatever is queued.
+    if (request > room) {
+        request = room;
+    }
+    if (request < 1) {
+        return 0;
+    }
+
+    DWORD count = static_cast<DWORD>(request);
+    if (ReadFile(m_hPort, buffer, count, &count, &m_ovRead)) {
+        if (count > 0) {
+            WriteLog("<" + BytesToHex(buffer, static_cast<int>(count)));
+        }
+        return static_cast<int>(count);
+    }
+
+    DWORD code = GetLastError();
+    char text[ReadErrorTextSize];
+    text[0] = '\0';
+    FormatMessageA(SystemText, nullptr, code, UserDefaultLanguage, text, ReadErrorTextSize,
+                   nullptr);
+    text[ReadErrorTextSize - 1] = '\0';
+    WriteLog(text);
+    // The code taken before the log call: the log's own file work may have replaced the last
+    // error, and a pending read must not be left running into the caller's buffer.
+    if (code != ERROR_IO_PENDING) {
+        return 0;
+    }
+    DWORD waitResult = WaitForSingleObject(m_ovRead.hEvent, PortWriteWaitMs);
+    return static_cast<int>(FinishPending(m_hPort, m_ovRead, waitResult));
+}
+
+void CComPort::Close()
+{
+    if (!m_bOpen || m_hPort == NullPortHandle) {
+        return;
+    }
+    if (m_ovRead.hEvent != nullptr) {
+        CloseHandle(m_ovRead.hEvent);
+    }
+    if (m_ovWrite.hEvent != nullptr) {
+        CloseHandle(m_ovWrite.hEvent);
+    }
+    CloseHandle(m_hPort);
+    m_bOpen = 0;
+    m_hPort = NullPortHandle;
+}
+
+void CComPort::LogLastError(const char* format)
+{
+    DWORD code = GetLastError();
+    char* text = nullptr;
+    FormatMessageA(AllocatedSystemText, nullptr, code, 0, reinterpret_cast<LPSTR>(&text), 0,
+                   nullptr);
+    WriteLog(Format(format, text != nullptr ? text : ""));
+    if (text != nullptr) {
+        LocalFree(text);
+    }
+}

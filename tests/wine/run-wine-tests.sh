@@ -1,0 +1,261 @@
+#!/usr/bin/env bash
+# Runs the Windows build under Wine: a fresh Wine prefix, then per scenario a program on a
+# pseudo-terminal linked in as a COM port (the terminal simulator, or for the driver's own test
+# a scripted peer), a Windows program against it, and checks of what reached the far end and
+# of the log.
+#
+#   run-wine-tests.sh --dll Varnik.dll --host wine_host.exe --sim new6210-sim
+#                     [--win32-test wine_win32_test.exe] [--wine wine64] [--keep] [scenario ...]
+#
+# wine_win32_test.exe is looked for beside wine_host.exe unless given. With no scenario names,
+# all of them run. --keep leaves the work folder for a look afterwards.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+dll="" host="" win32_test="" sim="" wine="" keep=0
+scenarios=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --dll) dll="$2"; shift 2 ;;
+    --host) host="$2"; shift 2 ;;
+    --win32-test) win32_test="$2"; shift 2 ;;
+    --sim) sim="$2"; shift 2 ;;
+    --wine) wine="$2"; shift 2 ;;
+    --keep) keep=1; shift ;;
+    -*) echo "unknown option: $1" >&2; exit 2 ;;
+    *) scenarios+=("$1"); shift ;;
+  esac
+done
+[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel pcsc)
+[ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
+
+for file in "$dll" "$host" "$win32_test" "$sim"; do
+  if [ -z "$file" ] || [ ! -f "$file" ]; then
+    echo "missing: '$file' (need --dll, --host, --sim and wine_win32_test.exe)" >&2
+    exit 2
+  fi
+done
+if [ -z "$wine" ]; then
+  wine=$(command -v wine64 || true)
+  [ -n "$wine" ] || [ ! -x /usr/lib/wine/wine64 ] || wine=/usr/lib/wine/wine64
+fi
+[ -n "$wine" ] || { echo "wine64 not found" >&2; exit 2; }
+wineserver=$(command -v wineserver || echo "$(dirname "$wine")/wineserver")
+
+port=7
+work=$(mktemp -d "${TMPDIR:-/tmp}/varnik-wine.XXXXXX")
+export WINEPREFIX="$work/prefix"
+export WINEDEBUG=-all
+# No Mono or Gecko download prompts in a fresh prefix.
+export WINEDLLOVERRIDES="mscoree,mshtml="
+export WINEARCH=win64
+line_end_pid=""
+
+stop_line_end() {
+  if [ -n "$line_end_pid" ]; then
+    kill "$line_end_pid" 2>/dev/null || true
+    wait "$line_end_pid" 2>/dev/null || true
+    line_end_pid=""
+  fi
+}
+
+cleanup() {
+  stop_line_end
+  "$wineserver" -k 2>/dev/null || true
+  if [ "$keep" -eq 1 ]; then
+    echo "work folder kept: $work"
+  else
+    rm -rf "$work"
+  fi
+}
+trap cleanup EXIT
+
+failures=0
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+echo "== wine prefix in $WINEPREFIX"
+"$wine" wineboot.exe -i >"$work/wineboot.log" 2>&1 || {
+  cat "$work/wineboot.log"
+  echo "wineboot failed" >&2
+  exit 1
+}
+# No X display here: Wine's null graphics driver lets the host create its (hidden) window.
+"$wine" reg.exe add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f \
+  >>"$work/wineboot.log" 2>&1
+"$wineserver" -w
+
+# The library's folder: the DLL, the test programs and a config folder whose debug.json turns
+# the log on.
+app="$work/app"
+mkdir -p "$app/config"
+cp "$dll" "$app/Varnik.dll"
+cp "$host" "$app/wine_host.exe"
+cp "$win32_test" "$app/wine_win32_test.exe"
+printf '{"mode":1}' >"$app/config/debug.json"
+# The same folder as Windows sees it, through drive Z: (the Unix root).
+app_windows="Z:${app//\//\\}"
+
+# Starts a program that serves a pseudo-terminal. Its first line on standard output names the
+# pty: from then on it listens.
+start_line_end() {
+  coproc LINE_END { exec "$@"; }
+  line_end_pid=$LINE_END_PID
+  local pty=""
+  if ! read -r -t 20 pty <&"${LINE_END[0]}"; then
+    echo "$(basename "$1") did not start" >&2
+    exit 1
+  fi
+  echo "$(basename "$1") on $pty"
+}
+
+# The simulator, linked as COM$port, recording what it receives; extra options follow.
+start_simulator() {
+  local record="$1"
+  shift
+  start_line_end "$sim" --link "$WINEPREFIX/dosdevices/com$port" --record "$record" --quiet "$@"
+}
+
+# Recorded bytes as "<02><34>...", so that counting a sequence can't straddle two bytes.
+recorded_bytes() {
+  od -An -v -tx1 "$1" | tr 'a-f' 'A-F' | tr -s ' \n' '\n' | sed '/^$/d; s/.*/<&>/' | tr -d '\n'
+}
+
+expect_bytes() {
+  local name="$1" bytes="$2" sequence="$3" wanted="$4"
+  local needle="<${sequence// /><}>"
+  local rest=${bytes//"$needle"/}
+  local found=$(((${#bytes} - ${#rest}) / ${#needle}))
+  if [ "$wanted" = "some" ]; then
+    [ "$found" -gt 0 ] || fail "$name: the far end never received $sequence"
+  elif [ "$found" -ne "$wanted" ]; then
+    fail "$name: the far end received $sequence $found time(s), expected $wanted"
+  fi
+}
+
+# The log of one scenario's run, with CR LF turned into LF.
+log_text() {
+  tr -d '\r' <"$work/$1.log" 2>/dev/null || true
+}
+
+expect_log() {
+  local name="$1" line="$2"
+  # Each log line is "<stamp>\t<text>"; look for the whole text after the tab.
+  grep -qxF -- "$line" <(log_text "$name" | cut -f2-) || fail "$name: no log line \"$line\""
+}
+
+# Runs a program of the app folder under a time limit; its output goes to the terminal and
+# to $work/<name>.out.
+run_in_app() {
+  local name="$1" program="$2"
+  shift 2
+  local status=0
+  (cd "$app" && timeout 120 "$wine" "$app/$program" "$@") >"$work/$name.out" 2>&1 || status=$?
+  sed 's/^/  | /' "$work/$name.out"
+  if [ "$status" -eq 124 ]; then
+    fail "$name: $program did not finish within 120 s"
+  elif [ "$status" -ne 0 ]; then
+    fail "$name: $program exited with $status"
+  fi
+}
+
+# wine_host.exe on the library of the app folder, with the given settings and scenarios. The
+# library's log of this run is kept as $work/<name>.log.
+run_host() {
+  local name="$1"
+  shift
+  rm -f "$app"/Log/Varnik/*.log
+  run_in_app "$name" wine_host.exe "$app_windows\\Varnik.dll" "$port" "$@"
+  cat "$app"/Log/Varnik/*.log >"$work/$name.log" 2>/dev/null || true
+}
+
+# --- scenarios ---------------------------------------------------------------------------
+
+# The platform layer and the COM port driver on Wine, the driver against a scripted far end;
+# COM9 is no serial device at all. The cases and their checks are in WineWin32Test.cpp.
+scenario_win32() {
+  local peer_port=8 null_port=9
+  start_line_end python3 "$here/port_peer.py" "$WINEPREFIX/dosdevices/com$peer_port"
+  ln -sfn /dev/null "$WINEPREFIX/dosdevices/com$null_port"
+  run_in_app win32 wine_win32_test.exe "$peer_port" "$null_port"
+  stop_line_end
+  cat "$app"/Log/wine_win32_test/*.log >"$work/win32.log" 2>/dev/null || true
+}
+
+# Probe and version read: the probe frame goes out and is acknowledged, the version frame gets
+# the simulator's version text back.
+scenario_version() {
+  local record="$work/version.rec" text="NEW6210 WINE 2.5"
+  start_simulator "$record" --version-text "$text"
+  run_host version "version=$text" version
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes version "$bytes" "02 34 03 34" some
+  expect_bytes version "$bytes" "02 3B 03 3B" 1
+  expect_bytes version "$bytes" "18" 0
+  expect_log version "check device port $port"
+  expect_log version "Open Port  was Successful : $port"
+  expect_log version ">02:34:03:34"
+  expect_log version "<06"
+  expect_log version ">02:3B:03:3B"
+  expect_log version "$text"
+  expect_log version "Close Device was Successful"
+}
+
+# Cancel from a window message that the library's own wait dispatches: the simulator holds the
+# version reply until it sees CAN, gets exactly one, and answers with CAN.
+scenario_cancel() {
+  local record="$work/cancel.rec"
+  start_simulator "$record" --hold 3B
+  run_host cancel cancel
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes cancel "$bytes" "02 3B 03 3B" 1
+  expect_bytes cancel "$bytes" "18" 1
+  expect_log cancel "Pos Cancel "
+  expect_log cancel ">18"
+  expect_log cancel "<18"
+}
+
+# The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai
+# ID card's citizen number comes through SCardTransmit, also through a pointer taken before.
+scenario_pcsc() {
+  local record="$work/pcsc.rec"
+  start_simulator "$record"
+  run_host pcsc pcsc
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes pcsc "$bytes" "02 38 02 03 3A" 1
+  expect_bytes pcsc "$bytes" "02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21" 1
+  expect_bytes pcsc "$bytes" "02 38 03 03 3B" 1
+  expect_log pcsc "Redirection WinCard completed"
+  expect_log pcsc "-> Found readers: NEW6210 Reader Card"
+  expect_log pcsc "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+}
+
+for scenario in "${scenarios[@]}"; do
+  if ! declare -F "scenario_$scenario" >/dev/null; then
+    fail "no scenario named $scenario"
+    continue
+  fi
+  echo "== $scenario"
+  before=$failures
+  "scenario_$scenario"
+  if [ "$failures" -eq "$before" ]; then
+    echo "PASS: $scenario"
+  else
+    echo "log of this scenario:"
+    log_text "$scenario" | sed 's/^/  | /'
+  fi
+done
+
+if [ "$failures" -ne 0 ]; then
+  echo "$failures check(s) failed"
+  exit 1
+fi
+echo "all Wine scenarios passed"
