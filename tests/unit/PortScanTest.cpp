@@ -40,18 +40,17 @@ int FirstMatch(const unsigned char* table)
 
 const char* const Wanted = "Terminal Port";
 
+// The properties read of one device; a null text could not be read.
 struct Device {
-    int32_t flags;  // properties read, besides those implied by the texts below
     const char* portName;
     const char* friendlyName;
-    const char* service;  // null: could not be read
+    const char* service;
     const char* description;
 };
 
 CPortInfo InfoOf(const Device& device)
 {
     CPortInfo info;
-    info.nFlags = device.flags;
     if (device.portName) {
         info.strPortName = device.portName;
         info.nFlags |= PortInfoPortName;
@@ -76,23 +75,23 @@ struct MarkCase {
 };
 
 const MarkCase MarkCases[] = {
-    {"port from friendly name", {0, nullptr, "Bridge (COM12)", "usbser", Wanted}, {{12, 0x03}}},
-    {"description ignores case", {0, "COM12", nullptr, "usbser", "TERMINAL port"}, {{12, 0x03}}},
-    {"other description", {0, nullptr, "Bridge (COM12)", "usbser", "Modem"}, {{12, 0x02}}},
-    {"built-in service", {0, "COM5", nullptr, "Serial", Wanted}, {}},
-    {"built-in service, lower case", {0, "COM5", nullptr, "serial", Wanted}, {}},
-    {"no service", {0, "COM5", nullptr, nullptr, Wanted}, {}},
-    {"COM0", {0, "COM0", nullptr, "usbser", Wanted}, {}},
-    {"no digits", {0, nullptr, "Bridge (COM)", "usbser", Wanted}, {}},
-    {"low byte of the number", {0, "COM300", nullptr, "usbser", Wanted}, {{44, 0x03}}},
-    {"PortName over friendly name", {0, "COM4", "Bridge (COM9)", "usbser", Wanted}, {{4, 0x03}}},
-    {"first (COM in friendly name", {0, nullptr, "A (COM3) (COM8)", "usbser", Wanted}, {{3, 0x03}}},
+    {"port from friendly name", {nullptr, "Bridge (COM12)", "usbser", Wanted}, {{12, 0x03}}},
+    {"description ignores case", {"COM12", nullptr, "usbser", "TERMINAL port"}, {{12, 0x03}}},
+    {"other description", {nullptr, "Bridge (COM12)", "usbser", "Modem"}, {{12, 0x02}}},
+    {"built-in service", {"COM5", nullptr, "Serial", Wanted}, {}},
+    {"built-in service, lower case", {"COM5", nullptr, "serial", Wanted}, {}},
+    {"no service", {"COM5", nullptr, nullptr, Wanted}, {}},
+    {"COM0", {"COM0", nullptr, "usbser", Wanted}, {}},
+    {"no digits", {nullptr, "Bridge (COM)", "usbser", Wanted}, {}},
+    {"low byte of the number", {"COM300", nullptr, "usbser", Wanted}, {{44, 0x03}}},
+    {"PortName over friendly name", {"COM4", "Bridge (COM9)", "usbser", Wanted}, {{4, 0x03}}},
+    {"first (COM in friendly name", {nullptr, "A (COM3) (COM8)", "usbser", Wanted}, {{3, 0x03}}},
     // Not COM ports: nPort stays -1, which lands on entry 255.
-    {"LPT port", {0, "LPT1", nullptr, "Parport", Wanted}, {{255, 0x03}}},
-    {"lower-case com", {0, "com5", nullptr, "usbser", Wanted}, {{255, 0x03}}},
-    {"short name", {0, "CO", nullptr, "usbser", "Modem"}, {{255, 0x02}}},
-    {"no closing bracket", {0, nullptr, "Bridge (COM7", "usbser", Wanted}, {{255, 0x03}}},
-    {"friendly name not a string", {0, nullptr, "", "usbser", Wanted}, {{255, 0x03}}},
+    {"LPT port", {"LPT1", nullptr, "Parport", Wanted}, {{255, 0x03}}},
+    {"lower-case com", {"com5", nullptr, "usbser", Wanted}, {{255, 0x03}}},
+    {"short name", {"CO", nullptr, "usbser", "Modem"}, {{255, 0x02}}},
+    {"no closing bracket", {nullptr, "Bridge (COM7", "usbser", Wanted}, {{255, 0x03}}},
+    {"friendly name not a string", {nullptr, "", "usbser", Wanted}, {{255, 0x03}}},
 };
 
 TEST(MarkPort, DecidesEachDevice)
@@ -105,30 +104,10 @@ TEST(MarkPort, DecidesEachDevice)
     }
 }
 
-TEST(MarkPort, RecordsWhatItDecided)
-{
-    unsigned char table[256] = {};
-    CPortInfo unclosed = InfoOf({0, nullptr, "Bridge (COM7", "usbser", Wanted});
-    MarkPort(unclosed, Wanted, table);
-    EXPECT_EQ(unclosed.nFlags & PortInfoPortName, 0);
-    EXPECT_EQ(unclosed.strPortName, "");
-    EXPECT_EQ(unclosed.nPort, -1);
-
-    CPortInfo derived = InfoOf({0, nullptr, "Bridge (COM12)", "usbser", Wanted});
-    MarkPort(derived, Wanted, table);
-    EXPECT_EQ(derived.strPortName, "COM12");
-    EXPECT_EQ(derived.nPort, 12 | PortQualifies);
-
-    CPortInfo serviceless = InfoOf({0, "COM5", nullptr, nullptr, Wanted});
-    MarkPort(serviceless, Wanted, table);
-    EXPECT_EQ(serviceless.strService, "Serial");
-    EXPECT_EQ(serviceless.nPort, 5);
-}
-
 TEST(MarkPort, LowestMatchWinsWhateverTheOrder)
 {
-    const Device com9 = {0, "COM9", nullptr, "usbser", Wanted};
-    const Device com3 = {0, "COM3", nullptr, "usbser", Wanted};
+    const Device com9 = {"COM9", nullptr, "usbser", Wanted};
+    const Device com3 = {"COM3", nullptr, "usbser", Wanted};
     for (const auto& order : {std::vector<Device>{com9, com3}, std::vector<Device>{com3, com9}}) {
         unsigned char table[256] = {};
         for (const Device& device : order) {
@@ -159,35 +138,11 @@ protected:
         fs::create_directories(m_dev / "serial/by-id");
         fs::create_directories(m_config);
         fs::create_directories(m_sys / "class/tty");
-        for (const char* driver : {"usb-serial/drivers/ftdi_sio", "platform/drivers/serial8250",
-                                   "usb/drivers/cdc_acm"})
-            fs::create_directories(m_sys / "bus" / driver);
 
-        fs::path usb = m_sys / "devices/pci0000:00/0000:00:14.0/usb1";
-        fs::path ftdi = UsbDevice(usb / "1-1", "Terminal Port");
-        Attribute(ftdi / "1-1:1.0/bInterfaceNumber", "00");
-        fs::path port = ftdi / "1-1:1.0/ttyUSB0";
-        fs::create_directories(port);
-        fs::create_directory_symlink(m_sys / "bus/usb-serial/drivers/ftdi_sio", port / "driver");
-        Tty("ttyUSB0", port);
-
-        fs::path uart = m_sys / "devices/platform/serial8250";
-        fs::create_directories(uart);
-        fs::create_directory_symlink(m_sys / "bus/platform/drivers/serial8250", uart / "driver");
-        Tty("ttyS0", uart);
-
-        fs::path acm = UsbDevice(usb / "1-2", "Modem");
-        fs::path acmInterface = acm / "1-2:1.0";
-        Attribute(acmInterface / "bInterfaceNumber", "00");
-        Attribute(acmInterface / "interface", "Terminal Port");
-        fs::create_directory_symlink(m_sys / "bus/usb/drivers/cdc_acm", acmInterface / "driver");
-        Tty("ttyACM0", acmInterface);
-
-        fs::path unbound = UsbDevice(usb / "1-3", "Terminal Port");
-        Attribute(unbound / "1-3:1.0/bInterfaceNumber", "00");
-        fs::create_directories(unbound / "1-3:1.0/ttyUSB1");
-        Tty("ttyUSB1", unbound / "1-3:1.0/ttyUSB1");
-
+        Tty("ttyUSB0", UsbInterface("1-1", "Terminal Port") / "ttyUSB0", "ftdi_sio");
+        Tty("ttyS0", m_sys / "devices/platform/serial8250", "serial8250");
+        Tty("ttyACM0", UsbInterface("1-2", "Modem", "Terminal Port"), "cdc_acm");
+        Tty("ttyUSB1", UsbInterface("1-3", "Terminal Port") / "ttyUSB1", nullptr);
         fs::create_directories(m_sys / "devices/virtual/tty/tty0");
         fs::create_directory_symlink(m_sys / "devices/virtual/tty/tty0", m_sys / "class/tty/tty0");
 
@@ -205,19 +160,27 @@ protected:
         std::ofstream(path) << value << "\n";
     }
 
-    static fs::path UsbDevice(const fs::path& folder, const char* product)
+    // A USB device with its product string, and its interface 1.0 with an optional string.
+    fs::path UsbInterface(const char* device, const char* product, const char* text = nullptr)
     {
+        const fs::path folder = m_sys / "devices/pci0000:00/0000:00:14.0/usb1" / device;
         Attribute(folder / "idVendor", "0403");
         Attribute(folder / "product", product);
-        Attribute(folder / "manufacturer", "Maker");
-        return folder;
+        const fs::path interface = folder / (std::string(device) + ":1.0");
+        Attribute(interface / "bInterfaceNumber", "00");
+        if (text != nullptr)
+            Attribute(interface / "interface", text);
+        return interface;
     }
 
-    // The tty's class entry, its "device" link, and its node in /dev.
-    void Tty(const char* name, const fs::path& device)
+    // The tty's device folder and its driver (if any), its class entry with the "device"
+    // link, and its node in /dev.
+    void Tty(const char* name, const fs::path& device, const char* driver)
     {
         fs::path tty = device / "tty" / name;
         fs::create_directories(tty);
+        if (driver != nullptr)
+            fs::create_directory_symlink(m_sys / "bus/drivers" / driver, device / "driver");
         fs::create_directory_symlink(device, tty / "device");
         fs::create_directory_symlink(tty, m_sys / "class/tty" / name);
         std::ofstream(m_dev / name).put('\0');
@@ -233,20 +196,21 @@ protected:
 
 TEST_F(SysfsScan, MarksPortsByDescriptionAndDriver)
 {
-    unsigned char table[256] = {};
-    EXPECT_EQ(Scan("terminal port", table), 1);
     // COM7 matches; COM1 is on the built-in driver and COM8 has none; ttyACM0, with no COM
-    // link, is no COM port and lands on 255 as on Windows.
-    EXPECT_EQ(MarksOf(table), (Marks{{7, 0x03}, {255, 0x03}}));
-    EXPECT_EQ(FirstMatch(table), 7);
-}
-
-TEST_F(SysfsScan, OtherNameOnlyQualifies)
-{
-    unsigned char table[256] = {};
-    EXPECT_EQ(Scan("Modem", table), 1);
-    // The interface string of ttyACM0 stands before its product string.
-    EXPECT_EQ(MarksOf(table), (Marks{{7, 0x02}, {255, 0x02}}));
+    // link, is no COM port and lands on 255 as on Windows. Its interface string stands before
+    // its product string, so "Modem" matches nothing.
+    const struct {
+        const char* name;
+        Marks marks;
+    } cases[] = {
+        {"terminal port", {{7, 0x03}, {255, 0x03}}},
+        {"Modem", {{7, 0x02}, {255, 0x02}}},
+    };
+    for (const auto& c : cases) {
+        unsigned char table[256] = {};
+        EXPECT_EQ(Scan(c.name, table), 1) << c.name;
+        EXPECT_EQ(MarksOf(table), c.marks) << c.name;
+    }
 }
 
 TEST_F(SysfsScan, EachLinkIsAPort)
@@ -257,23 +221,21 @@ TEST_F(SysfsScan, EachLinkIsAPort)
     unsigned char table[256] = {};
     EXPECT_EQ(Scan(Wanted, table), 1);
     EXPECT_EQ(MarksOf(table), (Marks{{3, 0x03}, {7, 0x03}, {12, 0x03}}));
+    EXPECT_EQ(FirstMatch(table), 3);
 }
 
-TEST_F(SysfsScan, NoTtyClassMeansNoList)
-{
-    fs::remove_all(m_sys / "class");
-    unsigned char table[256] = {};
-    EXPECT_EQ(Scan(Wanted, table), 0);
-    EXPECT_EQ(MarksOf(table), Marks{});
-}
-
-TEST_F(SysfsScan, MissingLinkFolderLeavesNoComPorts)
+TEST_F(SysfsScan, WithoutLinksNoComPortsAndWithoutTtyClassNoList)
 {
     unsigned char table[256] = {};
     EXPECT_EQ(ScanSysfsPorts(Wanted, table, m_sys.string(), (m_root / "none").string(),
                              m_dev.string()),
               1);
     EXPECT_EQ(MarksOf(table), (Marks{{255, 0x03}}));
+
+    fs::remove_all(m_sys / "class");
+    unsigned char untouched[256] = {};
+    EXPECT_EQ(Scan(Wanted, untouched), 0);
+    EXPECT_EQ(MarksOf(untouched), Marks{});
 }
 
 }  // namespace
