@@ -1,19 +1,16 @@
 #!/usr/bin/env python3
 """The far end of the serial line for wine_win32_test.exe: a pseudo-terminal linked where Wine
-looks for a COM port, answering a few one-letter commands. Prints the pty path, then serves
-until killed.
+looks for a COM port. Prints the pty path, then serves until killed:
 
-  B            reply 'B', the line speed in baud (4 bytes LE) and a flag byte: 1 CS8, 2 PARENB,
-               4 CSTOPB, 8 CRTSCTS, 16 IXON or IXOFF
-  Q hi lo      reply with hi*256+lo pattern bytes: 01 02 ... FB 01 02 ...
-  D hi lo      take the next hi*256+lo bytes as data, then reply 'R', their count (2 bytes BE)
-               and their sum modulo 65536 (2 bytes BE)
-  S hi lo      read nothing for hi*256+lo milliseconds, so that the host's writes back up
+  B        reply 'B', the line speed (4 bytes LE) and flags: 1 CS8, 2 PARENB, 4 CSTOPB,
+           8 CRTSCTS, 16 IXON or IXOFF
+  Q n      reply with n pattern bytes (n is 2 bytes BE): 01 02 ... FB 01 02 ...
+  D n      take the next n bytes, then reply 'R', their count and their sum modulo 65536
+  S n      read nothing for n milliseconds, so that the host's writes back up
 Any other byte is ignored.
 """
 import os
 import pty
-import select
 import sys
 import termios
 import time
@@ -25,70 +22,41 @@ SPEEDS = {getattr(termios, name): int(name[1:]) for name in dir(termios)
 
 def line_state(fd):
     iflag, _, cflag, _, ispeed, _, _ = termios.tcgetattr(fd)
-    flags = 0
-    if cflag & termios.CSIZE == termios.CS8:
-        flags |= 1
-    if cflag & termios.PARENB:
-        flags |= 2
-    if cflag & termios.CSTOPB:
-        flags |= 4
-    if cflag & termios.CRTSCTS:
-        flags |= 8
-    if iflag & (termios.IXON | termios.IXOFF):
-        flags |= 16
+    flags = sum(bit for bit, on in ((1, cflag & termios.CSIZE == termios.CS8),
+                                    (2, cflag & termios.PARENB), (4, cflag & termios.CSTOPB),
+                                    (8, cflag & termios.CRTSCTS),
+                                    (16, iflag & (termios.IXON | termios.IXOFF))) if on)
     return b"B" + SPEEDS.get(ispeed, 0).to_bytes(4, "little") + bytes([flags])
 
 
 def main():
-    link = sys.argv[1]
-    master, slave = pty.openpty()
+    master, slave = pty.openpty()  # the slave stays open: no hang-up when Wine closes it
     tty.setraw(master)
-    if os.path.lexists(link):
-        os.unlink(link)
-    os.symlink(os.ttyname(slave), link)
+    if os.path.lexists(sys.argv[1]):
+        os.unlink(sys.argv[1])
+    os.symlink(os.ttyname(slave), sys.argv[1])
     print(os.ttyname(slave), flush=True)
 
-    pending = b""
-    data_left = 0
-    data_count = 0
-    data_sum = 0
+    def take(count):
+        data = b""
+        while len(data) < count:
+            data += os.read(master, count - len(data))
+        return data
+
     while True:
-        ready, _, _ = select.select([master], [], [], 0.5)
-        if not ready:
-            continue
-        try:
-            pending += os.read(master, 65536)
-        except OSError:
-            continue
-        while pending:
-            if data_left > 0:
-                piece = pending[:data_left]
-                pending = pending[len(piece):]
-                data_left -= len(piece)
-                data_count += len(piece)
-                data_sum = (data_sum + sum(piece)) % 65536
-                if data_left == 0:
-                    os.write(master, b"R" + data_count.to_bytes(2, "big") +
-                             data_sum.to_bytes(2, "big"))
-                continue
-            command = pending[:1]
-            if command == b"B":
-                pending = pending[1:]
-                os.write(master, line_state(slave))
-                continue
-            if command in (b"Q", b"D", b"S"):
-                if len(pending) < 3:
-                    break
-                value = int.from_bytes(pending[1:3], "big")
-                pending = pending[3:]
-                if command == b"Q":
-                    os.write(master, bytes(i % 251 + 1 for i in range(value)))
-                elif command == b"D":
-                    data_left, data_count, data_sum = value, 0, 0
-                else:
-                    time.sleep(value / 1000.0)
-                continue
-            pending = pending[1:]
+        command = take(1)
+        if command == b"B":
+            os.write(master, line_state(slave))
+        elif command in (b"Q", b"D", b"S"):
+            value = int.from_bytes(take(2), "big")
+            if command == b"Q":
+                os.write(master, bytes(i % 251 + 1 for i in range(value)))
+            elif command == b"D":
+                data = take(value)
+                os.write(master, b"R" + len(data).to_bytes(2, "big") +
+                         (sum(data) % 65536).to_bytes(2, "big"))
+            else:
+                time.sleep(value / 1000.0)
 
 
 if __name__ == "__main__":
