@@ -157,7 +157,6 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
         uint8_t lengthByte;
     } cases[] = {
         {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, 0x05},
-        {"300 bytes", Bytes(big.begin(), big.begin() + 300), 0x2C},
         {"the whole work area", Bytes(big.begin(), big.begin() + 304), 0x30},
         {"longer than the work area", big, 0x90},
     };
