@@ -155,17 +155,11 @@ void Text()
 // The probe's windows are measured with this clock: milliseconds, moving while we sleep.
 void Clock()
 {
-    // The tick count moves in steps of about 16 ms: compare with the fine-grained counter.
-    LARGE_INTEGER frequency, start, end;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&start);
     int32_t before = MillisecondClock();
-    Sleep(60);
+    Sleep(100);
     int32_t elapsed = MillisecondClock() - before;
-    QueryPerformanceCounter(&end);
-    long long reference = (end.QuadPart - start.QuadPart) * 1000 / frequency.QuadPart;
-    if (elapsed < reference - 40 || elapsed > reference + 40) {
-        Fail(__LINE__, Format("the clock moved %d ms in %lld ms", elapsed, reference));
+    if (elapsed < 80 || elapsed > 1000) {  // the tick count moves in steps of about 16 ms
+        Fail(__LINE__, Format("the clock moved %d ms in a sleep of 100 ms", elapsed));
     }
     SYSTEMTIME now;
     GetLocalTime(&now);
@@ -204,14 +198,11 @@ DWORD WINAPI CountUnderLock(void*)
 
 void Lock()
 {
-    HANDLE threads[2];
-    for (HANDLE& thread : threads) {
-        thread = CreateThread(nullptr, 0, CountUnderLock, nullptr, 0, nullptr);
-    }
+    HANDLE threads[2] = {CreateThread(nullptr, 0, CountUnderLock, nullptr, 0, nullptr),
+                         CreateThread(nullptr, 0, CountUnderLock, nullptr, 0, nullptr)};
     WaitForMultipleObjects(2, threads, TRUE, 30000);
-    for (HANDLE thread : threads) {
-        CloseHandle(thread);
-    }
+    CloseHandle(threads[0]);
+    CloseHandle(threads[1]);
     EXPECT_EQ(g_counter, 200000);
 }
 
