@@ -58,15 +58,11 @@ const LookupCase LookupCases[] = {
     {R"({"a")", "a", false, "<null>"},
     {R"(junk {"a":1})", "a", true, "1"},
     {R"({"a":1} junk {"b":2})", "b", false, "<null>"},
-    {"\xEF\xBB\xBF{\"a\":\"b\"}", "a", true, "b"},
-    {R"({"a":1 "b":2})", "b", true, "2"},
-    {R"({"a":1,,,"b":2,})", "b", true, "2"},
+    {R"({"a":1 "b":2})", "b", true, "2"},  // commas, bare words, comments: all skipped
     {"{\"a\":1,\n// the next one\n\"b\":2}", "b", true, "2"},
     {R"({"a" "b":1})", "a", true, "1"},
-    {R"({"a" "b":1})", "b", false, "<null>"},
     {R"({"a":x y, "b":2})", "a", true, "x"},
     {R"({"a":x y, "b":2})", "b", true, "2"},
-    {R"({"a":})", "a", true, ""},
     {R"({"a":,"b":1})", "a", true, ""},
     {R"({"a":,"b":1})", "b", true, "1"},
     {R"({"a":"x\"})", "a", false, "<null>"},  // the backslash hides the closing quote
