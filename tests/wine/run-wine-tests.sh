@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
     *) scenarios+=("$1"); shift ;;
   esac
 done
-[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel pcsc)
+[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel pcsc swipe swipecancel thaiid)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
 
 for file in "$dll" "$host" "$win32_test" "$sim"; do
@@ -146,6 +146,20 @@ expect_log() {
   grep -qxF -- "$line" <(log_text "$name" | cut -f2-) || fail "$name: no log line \"$line\""
 }
 
+# Text as the log writes bytes: "AB" as "41:42".
+text_hex() {
+  printf '%s' "$1" | od -An -v -tx1 | tr 'a-f' 'A-F' | tr -s ' \n' '\n' | sed '/^$/d' |
+    paste -sd: -
+}
+
+# What the library read from the terminal: its "<" log lines are pieces of one byte stream,
+# cut wherever a read happened to end. Looks for the bytes "41:42:..." anywhere in it.
+expect_received() {
+  local name="$1" sequence="$2" stream
+  stream=":$(log_text "$name" | cut -f2- | sed -n 's/^<//p' | paste -sd: -):"
+  [[ "$stream" == *":$sequence:"* ]] || fail "$name: the library never received $sequence"
+}
+
 # Runs a program of the app folder under a time limit; its output goes to the terminal and
 # to $work/<name>.out.
 run_in_app() {
@@ -236,6 +250,57 @@ scenario_pcsc() {
   expect_log pcsc "Redirection WinCard completed"
   expect_log pcsc "-> Found readers: NEW6210 Reader Card"
   expect_log pcsc "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+}
+
+# A swipe: the swipe frame goes out once, the simulator's stripe (its default, given here so
+# that the host can work out the track text) comes back and reaches the caller as tracks.
+scenario_swipe() {
+  local record="$work/swipe.rec" stripe="4111111111111111=2512101|4111111111111111=2512|"
+  start_simulator "$record" --stripe "$stripe"
+  run_host swipe "stripe=$stripe" swipe
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes swipe "$bytes" "02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37" 1
+  expect_bytes swipe "$bytes" "18" 0
+  expect_log swipe ">02:33:52:53:77:69:70:65:20:43:61:72:64:20:3A:00:03:37"
+  expect_received swipe "02:$(text_hex "$stripe"):03"
+  expect_log swipe "Close Device was Successful"
+}
+
+# Nobody swipes: a cancel from a window message during the wait puts exactly one CAN on the
+# line, and the simulator's CAN ends the read.
+scenario_swipecancel() {
+  local record="$work/swipecancel.rec"
+  start_simulator "$record" --swipe-wait
+  run_host swipecancel swipecancel
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes swipecancel "$bytes" "02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37" 1
+  expect_bytes swipecancel "$bytes" "18" 1
+  expect_log swipecancel "Pos Cancel "
+  expect_log swipecancel ">18"
+  expect_log swipecancel "<18"
+  expect_log swipecancel "Close Device was Successful"
+}
+
+# The Thai ID card read by the terminal, in text form (mode 0, TIS-620 turned into UTF-8) and as
+# the binary block (mode 2: the record and the simulator's 5118-byte photo behind a length).
+scenario_thaiid() {
+  local record="$work/thaiid.rec" prompt="49 6E 73 65 72 74 20 43 61 72 64 20 3A 00"
+  start_simulator "$record"
+  run_host thaiid photo=5118 thaiid
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes thaiid "$bytes" "02 32 00 00 $prompt 03 0B" 1
+  expect_bytes thaiid "$bytes" "02 32 00 02 $prompt 03 09" 1
+  expect_bytes thaiid "$bytes" "18" 0
+  expect_log thaiid ">02:32:00:00:${prompt// /:}:03:0B"
+  expect_log thaiid ">02:32:00:02:${prompt// /:}:03:09"
+  expect_received thaiid "02:$(text_hex "1234567890121|")"
+  expect_log thaiid "Close Device was Successful"
 }
 
 for scenario in "${scenarios[@]}"; do

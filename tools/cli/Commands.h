@@ -3,6 +3,8 @@
 // more entry and one routine; the parser, the help and the dispatch need no change.
 #pragma once
 
+#include "CardText.h"
+#include "PcscApi.h"
 #include "VarnikApi.h"
 
 #include <functional>
@@ -47,6 +49,11 @@ struct CommandContext {
     std::function<bool()> endWait;
     // Reads a file whole; used for the port number in messages. Fails quietly.
     std::function<bool(const std::string& path, std::string& content)> readFile;
+    // Writes a file whole (the Thai ID block and photo); false if it could not.
+    std::function<bool(const std::string& path, const ByteString& content)> writeFile;
+    // Loads the PC/SC library of the process on first use; null after printing why it
+    // could not.
+    std::function<const PcscApi*()> loadPcsc;
 
     bool cancelled = false;
 };

@@ -4,6 +4,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "LibraryLoader.h"
+#include "PcscLoader.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -67,6 +68,30 @@ bool ReadFile(const std::string& path, std::string& content)
     return true;
 }
 
+bool WriteFile(const std::string& path, const ByteString& content)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(content.data()),
+               static_cast<std::streamsize>(content.size()));
+    return static_cast<bool>(file.flush());
+}
+
+// The PC/SC library of the process, loaded once when a command first needs it.
+const PcscApi* LoadPcsc()
+{
+    static PcscApi api;
+    static bool loaded = false;
+    if (!loaded) {
+        std::string error;
+        if (!LoadPcscLibrary(api, error)) {
+            std::cerr << "varnik: cannot load " << PcscLibraryName() << ": " << error << "\n";
+            return nullptr;
+        }
+        loaded = true;
+    }
+    return &api;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -103,6 +128,8 @@ int main(int argc, char** argv)
     };
     context.endWait = [] { return EndCancellableWait(); };
     context.readFile = ReadFile;
+    context.writeFile = WriteFile;
+    context.loadPcsc = LoadPcsc;
     int status = RunCommand(*command, context);
     std::cout.flush();
     return status;

@@ -1,0 +1,127 @@
+#!/usr/bin/env bash
+# A narrated session of the varnik command-line host against the terminal simulator: installs
+# what is missing, builds the linux preset, lays out a till folder (the library, varnik beside
+# it, config/) in a temporary place, and walks through the commands. Nothing is left behind.
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+build="$root/build/linux"
+
+step=0
+bold="" plain=""
+if [ -t 1 ]; then bold=$'\033[1m' plain=$'\033[0m'; fi
+heading() {
+  step=$((step + 1))
+  printf '\n%s== %d. %s%s\n' "$bold" "$step" "$1" "$plain"
+}
+
+# Runs a command quietly; its output is shown only when it fails.
+quietly() {
+  local output
+  if ! output="$("$@" 2>&1)"; then
+    printf '%s\n' "$output" >&2
+    echo "demo: failed: $*" >&2
+    exit 1
+  fi
+}
+
+echo "Checking the packages the build needs (apt-get installs what is missing)..."
+"$root/scripts/install-deps.sh" cmake ninja-build g++ make libgtest-dev python3 libpcsclite1
+
+echo "Building the library, varnik, the simulator and the tests (cmake preset linux)..."
+cd "$root"
+quietly cmake --preset linux
+quietly cmake --build --preset linux
+
+till="$(mktemp -d /tmp/varnik-demo-XXXXXX)"
+simulator_pid=""
+cleanup() {
+  if [ -n "$simulator_pid" ]; then
+    kill "$simulator_pid" 2>/dev/null || true
+    wait "$simulator_pid" 2>/dev/null || true
+  fi
+  rm -rf "$till"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+# The till: the library with varnik beside it, and config/ with the log switched on. The
+# library opens COM port 7 as config/COM7, which the simulator makes a link to its pty.
+mkdir -p "$till/config"
+cp "$build/libvarnik.so" "$build/varnik" "$till/"
+echo '{"mode":1}' > "$till/config/debug.json"
+
+"$build/tools/sim/new6210-sim" --quiet --link "$till/config/COM7" \
+  > "$till/simulator.out" 2> "$till/simulator.err" &
+simulator_pid=$!
+for _ in $(seq 50); do
+  [ -s "$till/simulator.out" ] && break
+  kill -0 "$simulator_pid" 2>/dev/null || break
+  sleep 0.1
+done
+pty="$(head -n 1 "$till/simulator.out" 2>/dev/null || true)"
+if [ -z "$pty" ]; then
+  echo "demo: the simulator did not start:" >&2
+  cat "$till/simulator.err" >&2
+  exit 1
+fi
+
+cat <<EOF
+
+The till folder is $till:
+  libvarnik.so, varnik   the library, and the command-line host that loads it
+  config/debug.json      {"mode":1}: the library writes a daily log
+  config/COM7            port 7 as the library opens it on Linux: a link to
+                         $pty, where the simulated NEW6210 terminal listens
+
+EOF
+
+cd "$till"
+varnik() {
+  printf '$ varnik %s\n' "$*"
+  local status=0
+  ./varnik "$@" || status=$?
+  if [ "$status" -ne 0 ]; then
+    echo "demo: varnik $* ended with status $status" >&2
+    exit "$status"
+  fi
+}
+
+heading "checkport 7: is a terminal on COM7? If so the library remembers the port"
+varnik checkport 7
+echo "config/varnik.json now holds: $(cat config/varnik.json)"
+
+heading "probe: the next load of the library starts on the remembered port"
+varnik probe
+
+heading "version: the terminal's own version text"
+varnik version
+
+heading "swipe: a magnetic stripe (the simulator swipes its test card at once)"
+varnik swipe
+
+heading "pin: the PIN entry screen stored on the terminal, its answer in hexadecimal"
+varnik pin
+
+heading "thaiid: the terminal reads the Thai ID card in its slot and sends the record"
+varnik thaiid
+
+heading "pcsc readers: ReaderSelect puts the slot in front of this process's pcsc-lite"
+varnik pcsc readers
+
+heading "pcsc thaiid: the same card through plain PC/SC calls, APDU by APDU, photo included"
+varnik pcsc thaiid --photo photo.jpg
+echo "photo.jpg: $(wc -c < photo.jpg) bytes, starting $(od -An -tx1 -N2 photo.jpg | tr -d ' ' | tr a-f A-F)"
+
+heading "The library's log: every frame in (<) and out (>) of the last command"
+log="$(find "$till/Log" -name '*.log' -type f | head -n 1)"
+if [ -n "$log" ]; then
+  echo "(${log#"$till/"}, the last 15 lines, long frames cut short)"
+  tail -n 15 "$log" | tr -d '\r' |
+    awk '{ if (length($0) > 100) print substr($0, 1, 96) " ..."; else print }'
+else
+  echo "(no log file was written)"
+fi
+
+echo
+echo "Done. The simulator is stopped and $till removed."
