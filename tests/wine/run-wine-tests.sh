@@ -5,20 +5,25 @@
 # of the log.
 #
 #   run-wine-tests.sh --dll Varnik.dll --host wine_host.exe --sim new6210-sim
-#                     [--win32-test wine_win32_test.exe] [--wine wine64] [--keep] [scenario ...]
+#                     [--win32-test wine_win32_test.exe]
+#                     [--notransmit-host wine_notransmit_host.exe] [--fake-winscard winscard.dll]
+#                     [--wine wine64] [--keep] [scenario ...]
 #
-# wine_win32_test.exe is looked for beside wine_host.exe unless given. With no scenario names,
-# all of them run. --keep leaves the work folder for a look afterwards.
+# wine_win32_test.exe and wine_notransmit_host.exe are looked for beside wine_host.exe, the
+# stand-in winscard.dll in fake-winscard/ there, unless given. With no scenario names, all of
+# them run. --keep leaves the work folder for a look afterwards.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-dll="" host="" win32_test="" sim="" wine="" keep=0
+dll="" host="" win32_test="" notransmit_host="" fake_winscard="" sim="" wine="" keep=0
 scenarios=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --dll) dll="$2"; shift 2 ;;
     --host) host="$2"; shift 2 ;;
     --win32-test) win32_test="$2"; shift 2 ;;
+    --notransmit-host) notransmit_host="$2"; shift 2 ;;
+    --fake-winscard) fake_winscard="$2"; shift 2 ;;
     --sim) sim="$2"; shift 2 ;;
     --wine) wine="$2"; shift 2 ;;
     --keep) keep=1; shift ;;
@@ -26,12 +31,16 @@ while [ $# -gt 0 ]; do
     *) scenarios+=("$1"); shift ;;
   esac
 done
-[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel pcsc swipe swipecancel thaiid)
+[ ${#scenarios[@]} -gt 0 ] ||
+  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
+[ -n "$notransmit_host" ] || notransmit_host="$(dirname "$host")/wine_notransmit_host.exe"
+[ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
 
-for file in "$dll" "$host" "$win32_test" "$sim"; do
+for file in "$dll" "$host" "$win32_test" "$notransmit_host" "$fake_winscard" "$sim"; do
   if [ -z "$file" ] || [ ! -f "$file" ]; then
-    echo "missing: '$file' (need --dll, --host, --sim and wine_win32_test.exe)" >&2
+    echo "missing: '$file' (need --dll, --host, --sim, and beside the host" \
+      "wine_win32_test.exe, wine_notransmit_host.exe and fake-winscard/winscard.dll)" >&2
     exit 2
   fi
 done
@@ -160,19 +169,24 @@ expect_received() {
   [[ "$stream" == *":$sequence:"* ]] || fail "$name: the library never received $sequence"
 }
 
-# Runs a program of the app folder under a time limit; its output goes to the terminal and
-# to $work/<name>.out.
-run_in_app() {
-  local name="$1" program="$2"
-  shift 2
+# Runs a program of the given folder there, under a time limit; its output goes to the
+# terminal and to $work/<name>.out.
+run_in_folder() {
+  local folder="$1" name="$2" program="$3"
+  shift 3
   local status=0
-  (cd "$app" && timeout 120 "$wine" "$app/$program" "$@") >"$work/$name.out" 2>&1 || status=$?
+  (cd "$folder" && timeout 120 "$wine" "$folder/$program" "$@") >"$work/$name.out" 2>&1 ||
+    status=$?
   sed 's/^/  | /' "$work/$name.out"
   if [ "$status" -eq 124 ]; then
     fail "$name: $program did not finish within 120 s"
   elif [ "$status" -ne 0 ]; then
     fail "$name: $program exited with $status"
   fi
+}
+
+run_in_app() {
+  run_in_folder "$app" "$@"
 }
 
 # wine_host.exe on the library of the app folder, with the given settings and scenarios. The
@@ -250,6 +264,36 @@ scenario_pcsc() {
   expect_log pcsc "Redirection WinCard completed"
   expect_log pcsc "-> Found readers: NEW6210 Reader Card"
   expect_log pcsc "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+}
+
+# ReaderSelect against a winscard.dll without SCardTransmit: the tests' stand-in, in a folder of
+# its own beside the library and a host that does not import winscard.dll, so that the
+# library's LoadLibraryA finds it first. "winscard=n" lets it win over Wine's builtin. The five
+# functions before SCardTransmit stay hooked, and the notice box is answered by the host; the
+# checks of the calls are in NoTransmitHost.cpp.
+scenario_notransmit() {
+  local record="$work/notransmit.rec" folder="$work/notransmit"
+  mkdir -p "$folder/config"
+  cp "$dll" "$folder/Varnik.dll"
+  cp "$notransmit_host" "$folder/wine_notransmit_host.exe"
+  cp "$fake_winscard" "$folder/winscard.dll"
+  cp "$app/config/debug.json" "$folder/config/debug.json"
+  start_simulator "$record"
+  WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" run_in_folder "$folder" notransmit \
+    wine_notransmit_host.exe "Z:${folder//\//\\}\\Varnik.dll" "$port"
+  stop_line_end
+  cat "$folder"/Log/Varnik/*.log >"$work/notransmit.log" 2>/dev/null || true
+  grep -qxF "PASS notransmit" <(tr -d '\r' <"$work/notransmit.out") ||
+    fail "notransmit: the host did not pass"
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes notransmit "$bytes" "02 38 02 03 3A" 1
+  expect_bytes notransmit "$bytes" "02 38 03 03 3B" 1
+  expect_log notransmit "Not Found SCardTransmit"
+  expect_log notransmit "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+  if grep -qF "Redirection WinCard completed" <(log_text notransmit); then
+    fail "notransmit: the log says the redirection completed"
+  fi
 }
 
 # A swipe: the swipe frame goes out once, the simulator's stripe (its default, given here so
