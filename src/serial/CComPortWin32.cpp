@@ -35,10 +35,10 @@ DWORD FinishPending(HANDLE port, OVERLAPPED& overlapped, DWORD waitResult)
     return count;
 }
 
-// One WriteFile with the port's write OVERLAPPED. A write that goes pending is waited for; if
-// it completes in time its count is added to m_ovWrite.Offset. Failures are silent by design:
-// the caller learns of lost bytes only from the missing answer.
-void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count)
+// One WriteFile with the port's write OVERLAPPED. A write that goes pending is waited for up
+// to `waitMs`; if it completes in time its count is added to m_ovWrite.Offset. Failures are
+// silent by design: the caller learns of lost bytes only from the missing answer.
+void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count, DWORD waitMs)
 {
     DWORD written = 0;
     if (WriteFile(com.m_hPort, bytes, count, &written, &com.m_ovWrite)) {
@@ -47,7 +47,7 @@ void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count)
     if (GetLastError() != ERROR_IO_PENDING) {
         return;
     }
-    DWORD waitResult = WaitForSingleObject(com.m_ovWrite.hEvent, PortWriteWaitMs);
+    DWORD waitResult = WaitForSingleObject(com.m_ovWrite.hEvent, waitMs);
     DWORD done = FinishPending(com.m_hPort, com.m_ovWrite, waitResult);
     if (waitResult == WAIT_OBJECT_0) {
         com.m_ovWrite.Offset += done;
@@ -155,11 +155,14 @@ int CComPort::Write(const void* data, int length)
     if (length <= ByteByByteLimit) {
         // Short frames go out one byte per write; the terminal is paced by it.
         for (int i = 0; i < length; ++i) {
-            SendPiece(*this, bytes + i, 1);
+            SendPiece(*this, bytes + i, 1, PortWriteWaitMs);
         }
         return length > 0 ? length : 0;
     }
-    SendPiece(*this, bytes, static_cast<DWORD>(length));
+    // A long piece needs its time on the line (a whole transmit buffer takes 2.2 s at 921600
+    // baud), and a pending write cannot be left running past this call: it is cancelled only
+    // once the line's own write time-out has passed, so a working line loses nothing.
+    SendPiece(*this, bytes, static_cast<DWORD>(length), WriteTimeoutMs);
     return 1;
 }
 

@@ -17,6 +17,7 @@ VARNIK_ALIAS(int, MsreSelect, (void), PinSelect)
 
 extern "C" int VARNIK_CALL PinCheckPort(int port)
 {
+    EnterLibrary();
     return PosCheckPort(port);
 }
 VARNIK_ALIAS(int, MsreCheckPort, (int), PinCheckPort)

@@ -65,8 +65,9 @@ int WaitReply(DeviceContext& context)
         }
         total += n;
 
-        if (context.cancelRequested == 1) {
-            context.cancelRequested = 0;
+        // One CAN per request: taking the flag and clearing it is one step.
+        uint32_t requested = 1;
+        if (context.cancelRequested.compare_exchange_strong(requested, 0)) {
             context.cancelByte = CAN;
             context.serial.Write(&context.cancelByte, 1);
         }

@@ -6,6 +6,8 @@
 //
 // Settings (name=value) may stand anywhere among the scenarios:
 //   version=TEXT   the version text the simulator answers with; "version" checks it when given
+//   stripe=TEXT    the simulator's --stripe; "swipe" works out the track text it must give
+//   photo=N        the size of the simulator's ID card photo; "thaiid" needs it for mode 2
 //
 // Prints one line per step and "PASS <scenario>" or "FAIL <scenario>: why"; the exit code is 0
 // only if every scenario passed (2 for a usage or load error).
@@ -31,6 +33,8 @@ using PosCheckPortFn = decltype(&::PosCheckPort);
 using PosCancelFn = decltype(&::PosCancel);
 using GetVersionFn = decltype(&::getVersion);
 using ReaderSelectFn = decltype(&::ReaderSelect);
+using MsreReadFn = decltype(&::MsreRead);
+using ThaiIDReadFn = decltype(&::ThaiIDRead);
 
 struct Host {
     HMODULE library = nullptr;
@@ -144,6 +148,47 @@ LRESULT CALLBACK CancelWindowProc(HWND window, UINT message, WPARAM wParam, LPAR
     return DefWindowProcA(window, message, wParam, lParam);
 }
 
+// A hidden window whose WM_APP runs PosCancel; empty `why` on success.
+HWND CreateCancelWindow(std::string& why)
+{
+    WNDCLASSA windowClass;
+    std::memset(&windowClass, 0, sizeof windowClass);
+    windowClass.lpfnWndProc = CancelWindowProc;
+    windowClass.hInstance = GetModuleHandleA(nullptr);
+    windowClass.lpszClassName = "VarnikWineHostCancel";
+    if (RegisterClassA(&windowClass) == 0 && GetLastError() != ERROR_CLASS_ALREADY_EXISTS) {
+        why = "RegisterClassA failed";
+        return nullptr;
+    }
+    // Not shown: the window exists only to receive the message.
+    HWND window = CreateWindowExA(0, windowClass.lpszClassName, "", WS_OVERLAPPED, 0, 0, 0, 0,
+                                  nullptr, nullptr, windowClass.hInstance, nullptr);
+    if (window == nullptr) {
+        why = "CreateWindowExA failed: error " + std::to_string(GetLastError());
+    }
+    return window;
+}
+
+// Posts the cancel that the next wait of the library is to dispatch.
+std::string PostCancel(HWND window)
+{
+    g_cancelCalls = 0;
+    g_cancelResult = -1;
+    return PostMessageA(window, WM_APP, 0, 0) ? std::string() : "PostMessageA failed";
+}
+
+// What a cancelled wait must show: the message dispatched once, PosCancel giving 0.
+std::string CheckCancelCall()
+{
+    if (g_cancelCalls != 1) {
+        return "the posted message was not dispatched exactly once during the wait";
+    }
+    if (g_cancelResult != 0) {
+        return "PosCancel did not give 0";
+    }
+    return std::string();
+}
+
 // A cancel posted to a hidden window before getVersion: the library's wait dispatches it,
 // one CAN goes out, the simulator (run with --hold 3B) answers CAN and the call returns.
 std::string RunCancel(Host& host)
@@ -155,20 +200,9 @@ std::string RunCancel(Host& host)
     if (!why.empty()) {
         return why;
     }
-
-    WNDCLASSA windowClass;
-    std::memset(&windowClass, 0, sizeof windowClass);
-    windowClass.lpfnWndProc = CancelWindowProc;
-    windowClass.hInstance = GetModuleHandleA(nullptr);
-    windowClass.lpszClassName = "VarnikWineHostCancel";
-    if (RegisterClassA(&windowClass) == 0 && GetLastError() != ERROR_CLASS_ALREADY_EXISTS) {
-        return "RegisterClassA failed";
-    }
-    // Not shown: the window exists only to receive the message.
-    HWND window = CreateWindowExA(0, windowClass.lpszClassName, "", WS_OVERLAPPED, 0, 0, 0, 0,
-                                  nullptr, nullptr, windowClass.hInstance, nullptr);
+    HWND window = CreateCancelWindow(why);
     if (window == nullptr) {
-        return "CreateWindowExA failed: error " + std::to_string(GetLastError());
+        return why;
     }
 
     // The probe's own loop pumps messages too, so post only once the port is checked.
@@ -179,11 +213,10 @@ std::string RunCancel(Host& host)
         return "PosCheckPort did not give 0";
     }
 
-    g_cancelCalls = 0;
-    g_cancelResult = -1;
-    if (!PostMessageA(window, WM_APP, 0, 0)) {
+    why = PostCancel(window);
+    if (!why.empty()) {
         DestroyWindow(window);
-        return "PostMessageA failed";
+        return why;
     }
     std::memset(g_out, 0, sizeof g_out);
     result = version(g_out);
@@ -192,11 +225,9 @@ std::string RunCancel(Host& host)
         Hex(g_out, length).c_str(), g_cancelCalls, g_cancelResult);
     DestroyWindow(window);
 
-    if (g_cancelCalls != 1) {
-        return "the posted message was not dispatched exactly once during the wait";
-    }
-    if (g_cancelResult != 0) {
-        return "PosCancel did not give 0";
+    why = CheckCancelCall();
+    if (!why.empty()) {
+        return why;
     }
     // The terminal's CAN is the reply that ended the wait.
     if (length < 1 || static_cast<unsigned char>(g_out[0]) != 0x18) {
@@ -314,6 +345,256 @@ std::string RunPcsc(Host& host)
     return std::string();
 }
 
+// --- the stripe reader ------------------------------------------------------------------
+
+// One field of the terminal's answer in track notation: B, the field with ':'..'?' as 'A'..'F',
+// F, and the XOR of its hex digits as one upper-case hex digit. Worked out apart from the
+// library's code. Any other character would stop the library at a message box, so a stripe
+// with one is refused.
+std::string TrackNotation(const std::string& field, std::string& why)
+{
+    std::string track = "B";
+    int check = 0;
+    for (char c : field) {
+        if (c >= ':' && c <= '?') {
+            c = static_cast<char>('A' + (c - ':'));
+        }
+        if (c >= '0' && c <= '9') {
+            check ^= c - '0';
+        } else if (c >= 'A' && c <= 'F') {
+            check ^= c - 'A' + 10;
+        } else {
+            why = "stripe field \"" + field + "\" is not all hex digits and ':'..'?'";
+            return std::string();
+        }
+        track += c;
+    }
+    return track + "F" + "0123456789ABCDEF"[check];
+}
+
+// MsreRead's text for the answer "track1|track2|text": the two tracks in track notation (an
+// empty one stays empty), a non-empty third field in place of the second, joined by '|'.
+std::string ExpectedTracks(const std::string& stripe, std::string& why)
+{
+    std::vector<std::string> fields;
+    for (size_t start = 0;;) {
+        size_t bar = stripe.find('|', start);
+        fields.push_back(stripe.substr(start, bar == std::string::npos ? bar : bar - start));
+        if (bar == std::string::npos) {
+            break;
+        }
+        start = bar + 1;
+    }
+    if (fields.size() < 3) {
+        why = "stripe=" + stripe + " has not the three fields track1|track2|text";
+        return std::string();
+    }
+    std::string first = fields[0].empty() ? std::string() : TrackNotation(fields[0], why);
+    std::string second = fields[1].empty() ? std::string() : TrackNotation(fields[1], why);
+    if (!fields[2].empty()) {
+        second = fields[2];
+    }
+    return first + "|" + second;
+}
+
+// PosCheckPort on the host's port, as every session starts.
+std::string CheckPort(Host& host, PosCheckPortFn checkPort)
+{
+    int result = checkPort(host.port);
+    Say("PosCheckPort(%d) = %d", host.port, result);
+    return result == 0 ? std::string() : "PosCheckPort did not give 0";
+}
+
+// True if `count` bytes of g_out from `from` on still hold `fill`.
+bool Untouched(size_t from, size_t count, char fill)
+{
+    for (size_t i = from; i < from + count; ++i) {
+        if (g_out[i] != fill) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// One swipe of the simulator's stripe (the stripe= setting): the caller's buffer gets the
+// track text and its NUL, nothing past what the raw answer and the text cover.
+std::string RunSwipe(Host& host)
+{
+    std::string why;
+    auto checkPort = host.Resolve<PosCheckPortFn>("PosCheckPort", why);
+    auto msreRead = host.Resolve<MsreReadFn>("MsreRead", why);
+    if (!why.empty()) {
+        return why;
+    }
+    const std::string stripe = host.Setting("stripe");
+    const std::string expected = ExpectedTracks(stripe, why);
+    if (!why.empty()) {
+        return why;
+    }
+    why = CheckPort(host, checkPort);
+    if (!why.empty()) {
+        return why;
+    }
+
+    const char fill = 0x55;
+    std::memset(g_out, fill, sizeof g_out);
+    int result = msreRead(g_out);
+    size_t length = strnlen(g_out, sizeof g_out);
+    Say("MsreRead() = %d, out \"%s\"; expected \"%s\"", result, g_out, expected.c_str());
+    if (result != static_cast<int>(expected.size())) {
+        return "MsreRead's result is not the length of the track text";
+    }
+    if (length != expected.size() || std::memcmp(g_out, expected.c_str(), expected.size() + 1)) {
+        return "out is not the track text with its NUL";
+    }
+    // The answer went in first with its own NUL; past that and the track text nothing changes.
+    size_t written = (stripe.size() > expected.size() ? stripe.size() : expected.size()) + 1;
+    if (!Untouched(written, 64, fill)) {
+        return "MsreRead wrote past the answer and the track text";
+    }
+    return std::string();
+}
+
+// A swipe that nobody makes (the simulator runs with --swipe-wait), cancelled from a window
+// message: one CAN goes out, the terminal's CAN ends the wait and comes back as the text.
+std::string RunSwipeCancel(Host& host)
+{
+    std::string why;
+    auto checkPort = host.Resolve<PosCheckPortFn>("PosCheckPort", why);
+    auto msreRead = host.Resolve<MsreReadFn>("MsreRead", why);
+    g_posCancel = host.Resolve<PosCancelFn>("MsreCancel", why);
+    if (!why.empty()) {
+        return why;
+    }
+    HWND window = CreateCancelWindow(why);
+    if (window == nullptr) {
+        return why;
+    }
+    // Posted only once the probe, which pumps messages too, is over.
+    why = CheckPort(host, checkPort);
+    if (why.empty()) {
+        why = PostCancel(window);
+    }
+    if (!why.empty()) {
+        DestroyWindow(window);
+        return why;
+    }
+
+    std::memset(g_out, 0, sizeof g_out);
+    int result = msreRead(g_out);
+    Say("MsreRead() = %d, out %s; MsreCancel ran %d time(s) and gave %d", result,
+        Hex(g_out, strnlen(g_out, sizeof g_out)).c_str(), g_cancelCalls, g_cancelResult);
+    DestroyWindow(window);
+
+    why = CheckCancelCall();
+    if (!why.empty()) {
+        return why;
+    }
+    // A one-byte answer has no fields to render and reaches the caller as it came.
+    if (result != 1 || g_out[0] != 0x18 || g_out[1] != 0) {
+        return "the terminal's CAN did not come back as a one-byte text";
+    }
+    return std::string();
+}
+
+// --- the Thai ID card ---------------------------------------------------------------------
+
+// The simulator's default card: its citizen number and, in UTF-8, the first name สมชาย.
+const char g_citizenNumber[] = "1234567890121";
+const char g_thaiFirstName[] = "\xE0\xB8\xAA\xE0\xB8\xA1\xE0\xB8\x8A\xE0\xB8\xB2\xE0\xB8\xA2";
+
+// The text form back in TIS-620, or why it is not well-formed UTF-8 of ASCII and Thai letters
+// (U+0E01..U+0E5B, the only characters the conversion makes).
+std::string Utf8ThaiToTis620(const std::string& text, std::string& why)
+{
+    std::string tis620;
+    for (size_t i = 0; i < text.size(); ++i) {
+        unsigned char lead = static_cast<unsigned char>(text[i]);
+        if (lead < 0x80) {
+            tis620 += static_cast<char>(lead);
+            continue;
+        }
+        // E0 leads the three-byte forms of U+0800..U+0FFF; its own four bits are 0.
+        unsigned codePoint = 0;
+        if (lead == 0xE0 && i + 2 < text.size() && (text[i + 1] & 0xC0) == 0x80 &&
+            (text[i + 2] & 0xC0) == 0x80) {
+            codePoint = (static_cast<unsigned>(text[i + 1] & 0x3F) << 6) |
+                        static_cast<unsigned>(text[i + 2] & 0x3F);
+        }
+        if (codePoint < 0x0E01 || codePoint > 0x0E5B) {
+            why = "byte " + std::to_string(i) + " of the text is not a Thai letter in UTF-8";
+            return std::string();
+        }
+        tis620 += static_cast<char>(codePoint - 0x0D60);
+        i += 2;
+    }
+    return tis620;
+}
+
+// The card read in text form (mode 0) and as the binary block (mode 2). The block is the
+// TIS-620 record that mode 0 gives as UTF-8, then the photo (photo= bytes, a JPEG).
+std::string RunThaiId(Host& host)
+{
+    std::string why;
+    auto checkPort = host.Resolve<PosCheckPortFn>("PosCheckPort", why);
+    auto thaiIdRead = host.Resolve<ThaiIDReadFn>("ThaiIDRead", why);
+    if (!why.empty()) {
+        return why;
+    }
+    const int photo = std::atoi(host.Setting("photo").c_str());
+    if (photo < 4) {
+        return "photo= must give the size of the simulator's photo";
+    }
+    why = CheckPort(host, checkPort);
+    if (!why.empty()) {
+        return why;
+    }
+
+    const char fill = 0x55;
+    std::memset(g_out, fill, sizeof g_out);
+    int result = thaiIdRead(g_out, 0);
+    size_t length = strnlen(g_out, sizeof g_out);
+    Say("ThaiIDRead(out, 0) = %d, out %d bytes, begins \"%.14s\"", result,
+        static_cast<int>(length), g_out);
+    if (length == sizeof g_out) {
+        return "ThaiIDRead left the text unterminated";
+    }
+    if (result != static_cast<int>(length) || length == 0) {
+        return "ThaiIDRead's result is not the length of its text";
+    }
+    const std::string text(g_out, length);
+    if (text.compare(0, sizeof g_citizenNumber, std::string(g_citizenNumber) + "|") != 0) {
+        return std::string("the text does not begin with ") + g_citizenNumber + "|";
+    }
+    if (text.find(g_thaiFirstName) == std::string::npos) {
+        return "the text has no UTF-8 of the Thai first name";
+    }
+    const std::string record = Utf8ThaiToTis620(text, why);
+    if (!why.empty()) {
+        return why;
+    }
+
+    std::memset(g_out, fill, sizeof g_out);
+    result = thaiIdRead(g_out, 2);
+    Say("ThaiIDRead(out, 2) = %d, the record %d bytes and the photo %d", result,
+        static_cast<int>(record.size()), photo);
+    if (result != static_cast<int>(record.size()) + photo) {
+        return "ThaiIDRead's result is not the length of the block";
+    }
+    if (std::memcmp(g_out, record.data(), record.size()) != 0) {
+        return "the block does not begin with the TIS-620 record";
+    }
+    const unsigned char* jpeg = reinterpret_cast<unsigned char*>(g_out) + record.size();
+    if (jpeg[0] != 0xFF || jpeg[1] != 0xD8 || jpeg[photo - 2] != 0xFF || jpeg[photo - 1] != 0xD9) {
+        return "the photo of the block is not a whole JPEG (FF D8 .. FF D9)";
+    }
+    // The length word stays behind and no terminator follows the block.
+    if (!Untouched(static_cast<size_t>(result), 64, fill)) {
+        return "ThaiIDRead wrote past the block";
+    }
+    return std::string();
+}
+
 struct NamedScenario {
     const char* name;
     Scenario run;
@@ -323,6 +604,9 @@ const NamedScenario g_scenarios[] = {
     {"version", RunVersion},
     {"cancel", RunCancel},
     {"pcsc", RunPcsc},
+    {"swipe", RunSwipe},
+    {"swipecancel", RunSwipeCancel},
+    {"thaiid", RunThaiId},
 };
 
 const NamedScenario* FindScenario(const std::string& name)

@@ -5,7 +5,10 @@ looks for a COM port. Prints the pty path, then serves until killed:
   B        reply 'B', the line speed (4 bytes LE) and flags: 1 CS8, 2 PARENB, 4 CSTOPB,
            8 CRTSCTS, 16 IXON or IXOFF
   Q n      reply with n pattern bytes (n is 2 bytes BE): 01 02 ... FB 01 02 ...
-  D n      take the next n bytes, then reply 'R', their count and their sum modulo 65536
+  D n      take the next n bytes, then reply 'R', their count and their sum, each modulo
+           65536 (2 bytes BE)
+  L n      as D for n*16 bytes, taken at no more than 4 KiB per 100 ms: slower than the real
+           line, so that a long write needs more than a second
   S n      read nothing for n milliseconds, so that the host's writes back up
 Any other byte is ignored.
 """
@@ -37,23 +40,25 @@ def main():
     os.symlink(os.ttyname(slave), sys.argv[1])
     print(os.ttyname(slave), flush=True)
 
-    def take(count):
+    def take(count, slow=False):
         data = b""
         while len(data) < count:
-            data += os.read(master, count - len(data))
+            if slow:
+                time.sleep(0.1)
+            data += os.read(master, min(count - len(data), 4096 if slow else count))
         return data
 
     while True:
         command = take(1)
         if command == b"B":
             os.write(master, line_state(slave))
-        elif command in (b"Q", b"D", b"S"):
+        elif command in (b"Q", b"D", b"L", b"S"):
             value = int.from_bytes(take(2), "big")
             if command == b"Q":
                 os.write(master, bytes(i % 251 + 1 for i in range(value)))
-            elif command == b"D":
-                data = take(value)
-                os.write(master, b"R" + len(data).to_bytes(2, "big") +
+            elif command in (b"D", b"L"):
+                data = take(value * 16, True) if command == b"L" else take(value)
+                os.write(master, b"R" + (len(data) % 65536).to_bytes(2, "big") +
                          (sum(data) % 65536).to_bytes(2, "big"))
             else:
                 time.sleep(value / 1000.0)

@@ -5,20 +5,25 @@
 # of the log.
 #
 #   run-wine-tests.sh --dll Varnik.dll --host wine_host.exe --sim new6210-sim
-#                     [--win32-test wine_win32_test.exe] [--wine wine64] [--keep] [scenario ...]
+#                     [--win32-test wine_win32_test.exe]
+#                     [--notransmit-host wine_notransmit_host.exe] [--fake-winscard winscard.dll]
+#                     [--wine wine64] [--keep] [scenario ...]
 #
-# wine_win32_test.exe is looked for beside wine_host.exe unless given. With no scenario names,
-# all of them run. --keep leaves the work folder for a look afterwards.
+# wine_win32_test.exe and wine_notransmit_host.exe are looked for beside wine_host.exe, the
+# stand-in winscard.dll in fake-winscard/ there, unless given. With no scenario names, all of
+# them run. --keep leaves the work folder for a look afterwards.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-dll="" host="" win32_test="" sim="" wine="" keep=0
+dll="" host="" win32_test="" notransmit_host="" fake_winscard="" sim="" wine="" keep=0
 scenarios=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --dll) dll="$2"; shift 2 ;;
     --host) host="$2"; shift 2 ;;
     --win32-test) win32_test="$2"; shift 2 ;;
+    --notransmit-host) notransmit_host="$2"; shift 2 ;;
+    --fake-winscard) fake_winscard="$2"; shift 2 ;;
     --sim) sim="$2"; shift 2 ;;
     --wine) wine="$2"; shift 2 ;;
     --keep) keep=1; shift ;;
@@ -26,12 +31,16 @@ while [ $# -gt 0 ]; do
     *) scenarios+=("$1"); shift ;;
   esac
 done
-[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel pcsc)
+[ ${#scenarios[@]} -gt 0 ] ||
+  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
+[ -n "$notransmit_host" ] || notransmit_host="$(dirname "$host")/wine_notransmit_host.exe"
+[ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
 
-for file in "$dll" "$host" "$win32_test" "$sim"; do
+for file in "$dll" "$host" "$win32_test" "$notransmit_host" "$fake_winscard" "$sim"; do
   if [ -z "$file" ] || [ ! -f "$file" ]; then
-    echo "missing: '$file' (need --dll, --host, --sim and wine_win32_test.exe)" >&2
+    echo "missing: '$file' (need --dll, --host, --sim, and beside the host" \
+      "wine_win32_test.exe, wine_notransmit_host.exe and fake-winscard/winscard.dll)" >&2
     exit 2
   fi
 done
@@ -146,19 +155,38 @@ expect_log() {
   grep -qxF -- "$line" <(log_text "$name" | cut -f2-) || fail "$name: no log line \"$line\""
 }
 
-# Runs a program of the app folder under a time limit; its output goes to the terminal and
-# to $work/<name>.out.
-run_in_app() {
-  local name="$1" program="$2"
-  shift 2
+# Text as the log writes bytes: "AB" as "41:42".
+text_hex() {
+  printf '%s' "$1" | od -An -v -tx1 | tr 'a-f' 'A-F' | tr -s ' \n' '\n' | sed '/^$/d' |
+    paste -sd: -
+}
+
+# What the library read from the terminal: its "<" log lines are pieces of one byte stream,
+# cut wherever a read happened to end. Looks for the bytes "41:42:..." anywhere in it.
+expect_received() {
+  local name="$1" sequence="$2" stream
+  stream=":$(log_text "$name" | cut -f2- | sed -n 's/^<//p' | paste -sd: -):"
+  [[ "$stream" == *":$sequence:"* ]] || fail "$name: the library never received $sequence"
+}
+
+# Runs a program of the given folder there, under a time limit; its output goes to the
+# terminal and to $work/<name>.out.
+run_in_folder() {
+  local folder="$1" name="$2" program="$3"
+  shift 3
   local status=0
-  (cd "$app" && timeout 120 "$wine" "$app/$program" "$@") >"$work/$name.out" 2>&1 || status=$?
+  (cd "$folder" && timeout 120 "$wine" "$folder/$program" "$@") >"$work/$name.out" 2>&1 ||
+    status=$?
   sed 's/^/  | /' "$work/$name.out"
   if [ "$status" -eq 124 ]; then
     fail "$name: $program did not finish within 120 s"
   elif [ "$status" -ne 0 ]; then
     fail "$name: $program exited with $status"
   fi
+}
+
+run_in_app() {
+  run_in_folder "$app" "$@"
 }
 
 # wine_host.exe on the library of the app folder, with the given settings and scenarios. The
@@ -236,6 +264,87 @@ scenario_pcsc() {
   expect_log pcsc "Redirection WinCard completed"
   expect_log pcsc "-> Found readers: NEW6210 Reader Card"
   expect_log pcsc "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+}
+
+# ReaderSelect against a winscard.dll without SCardTransmit: the tests' stand-in, in a folder of
+# its own beside the library and a host that does not import winscard.dll, so that the
+# library's LoadLibraryA finds it first. "winscard=n" lets it win over Wine's builtin. The five
+# functions before SCardTransmit stay hooked, and the notice box is answered by the host; the
+# checks of the calls are in NoTransmitHost.cpp.
+scenario_notransmit() {
+  local record="$work/notransmit.rec" folder="$work/notransmit"
+  mkdir -p "$folder/config"
+  cp "$dll" "$folder/Varnik.dll"
+  cp "$notransmit_host" "$folder/wine_notransmit_host.exe"
+  cp "$fake_winscard" "$folder/winscard.dll"
+  cp "$app/config/debug.json" "$folder/config/debug.json"
+  start_simulator "$record"
+  WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" run_in_folder "$folder" notransmit \
+    wine_notransmit_host.exe "Z:${folder//\//\\}\\Varnik.dll" "$port"
+  stop_line_end
+  cat "$folder"/Log/Varnik/*.log >"$work/notransmit.log" 2>/dev/null || true
+  grep -qxF "PASS notransmit" <(tr -d '\r' <"$work/notransmit.out") ||
+    fail "notransmit: the host did not pass"
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes notransmit "$bytes" "02 38 02 03 3A" 1
+  expect_bytes notransmit "$bytes" "02 38 03 03 3B" 1
+  expect_log notransmit "Not Found SCardTransmit"
+  expect_log notransmit "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+  if grep -qF "Redirection WinCard completed" <(log_text notransmit); then
+    fail "notransmit: the log says the redirection completed"
+  fi
+}
+
+# A swipe: the swipe frame goes out once, the simulator's stripe (its default, given here so
+# that the host can work out the track text) comes back and reaches the caller as tracks.
+scenario_swipe() {
+  local record="$work/swipe.rec" stripe="4111111111111111=2512101|4111111111111111=2512|"
+  start_simulator "$record" --stripe "$stripe"
+  run_host swipe "stripe=$stripe" swipe
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes swipe "$bytes" "02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37" 1
+  expect_bytes swipe "$bytes" "18" 0
+  expect_log swipe ">02:33:52:53:77:69:70:65:20:43:61:72:64:20:3A:00:03:37"
+  expect_received swipe "02:$(text_hex "$stripe"):03"
+  expect_log swipe "Close Device was Successful"
+}
+
+# Nobody swipes: a cancel from a window message during the wait puts exactly one CAN on the
+# line, and the simulator's CAN ends the read.
+scenario_swipecancel() {
+  local record="$work/swipecancel.rec"
+  start_simulator "$record" --swipe-wait
+  run_host swipecancel swipecancel
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes swipecancel "$bytes" "02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37" 1
+  expect_bytes swipecancel "$bytes" "18" 1
+  expect_log swipecancel "Pos Cancel "
+  expect_log swipecancel ">18"
+  expect_log swipecancel "<18"
+  expect_log swipecancel "Close Device was Successful"
+}
+
+# The Thai ID card read by the terminal, in text form (mode 0, TIS-620 turned into UTF-8) and as
+# the binary block (mode 2: the record and the simulator's 5118-byte photo behind a length).
+scenario_thaiid() {
+  local record="$work/thaiid.rec" prompt="49 6E 73 65 72 74 20 43 61 72 64 20 3A 00"
+  start_simulator "$record"
+  run_host thaiid photo=5118 thaiid
+  stop_line_end
+  local bytes
+  bytes=$(recorded_bytes "$record")
+  expect_bytes thaiid "$bytes" "02 32 00 00 $prompt 03 0B" 1
+  expect_bytes thaiid "$bytes" "02 32 00 02 $prompt 03 09" 1
+  expect_bytes thaiid "$bytes" "18" 0
+  expect_log thaiid ">02:32:00:00:${prompt// /:}:03:0B"
+  expect_log thaiid ">02:32:00:02:${prompt// /:}:03:09"
+  expect_received thaiid "02:$(text_hex "1234567890121|")"
+  expect_log thaiid "Close Device was Successful"
 }
 
 for scenario in "${scenarios[@]}"; do
