@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
@@ -47,6 +50,38 @@ struct Cli : ::testing::Test {
                                     Quoted(BINARY_DIR "/varnik") + " --lib " +
                                     Quoted(folder.LibraryPath()) + " " + args,
                                 &run.output);
+        return run;
+    }
+
+    // varnik COMMAND in the background, interrupted as by a user's Ctrl-C once the terminal
+    // holds `received` bytes: by then the command is surely in its wait.
+    CliRun Interrupted(const Simulator& terminal, const char* command, size_t received)
+    {
+        int out[2];
+        if (pipe(out) != 0)
+            return CliRun{-1, ""};
+        pid_t pid = fork();
+        if (pid == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            close(out[0]);
+            close(out[1]);
+            if (chdir(folder.Folder().c_str()) == 0)
+                execl(BINARY_DIR "/varnik", "varnik", "--lib", folder.LibraryPath().c_str(), command,
+                      static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(out[1]);
+        EXPECT_TRUE(terminal.WaitReceived(received, 10000)) << command;
+        kill(pid, SIGINT);
+        CliRun run{-1, ""};
+        char block[4096];
+        ssize_t count;
+        while ((count = read(out[0], block, sizeof block)) > 0)
+            run.output.append(block, static_cast<size_t>(count));
+        close(out[0]);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         return run;
     }
 
@@ -156,11 +191,15 @@ TEST_F(Cli, CtrlCCancelsAWaitAndTheTerminalIsToldSo)
 {
     folder.UsePort(Port);
     Simulator terminal(folder.PortLink(Port), {"--swipe-wait", "--pin-wait"});
-    for (const char* command : {"swipe", "pin"}) {
-        // SIGINT after a second, as a user's Ctrl-C; the exit status is varnik's own.
-        CliRun run = Varnik(command, "timeout --preserve-status -s INT 1");
-        EXPECT_EQ(run.status, 4) << command;
-        EXPECT_TRUE(Contains(run.output, "Cancelled.\n")) << command << run.output;
+    // The swipe frame is 18 bytes and the PIN entry's 17; each wait adds one CAN.
+    struct Step {
+        const char* command;
+        size_t receivedWhenWaiting;
+    } steps[] = {{"swipe", 18}, {"pin", 18 + 1 + 17}};
+    for (const Step& step : steps) {
+        CliRun run = Interrupted(terminal, step.command, step.receivedWhenWaiting);
+        EXPECT_EQ(run.status, 4) << step.command;
+        EXPECT_TRUE(Contains(run.output, "Cancelled.\n")) << step.command << run.output;
     }
     EXPECT_EQ(CountOf(terminal.Received(), {0x18}), 2u);
 }
