@@ -28,12 +28,8 @@ extern "C" int VARNIK_CALL EMVRead(char* out)
 {
     EnterLibrary();
     DeviceContext& context = g_context;
-    context.operationFlag = 0;
-    const int opened = OpenDevice(context);
-    if (opened != 0) {
-        context.operationFlag = 0;
+    if (const int opened = BeginOperation(context))
         return opened;
-    }
 
     // The tag list is fixed at the cardholder name.
     context.text = "{\"EMVTAG\":[";
@@ -48,9 +44,8 @@ extern "C" int VARNIK_CALL EMVRead(char* out)
         ReadReply(context, reinterpret_cast<uint8_t*>(out), nullptr);
     WriteLog(out);
 
-    CloseDevice(context);
+    EndOperation(context);
     const int length = static_cast<int>(std::strlen(out));
-    context.operationFlag = 0;
     return length;
 }
 
@@ -58,12 +53,8 @@ extern "C" int VARNIK_CALL ThaiIDRead(char* out, int mode)
 {
     EnterLibrary();
     DeviceContext& context = g_context;
-    context.operationFlag = 0;
-    const int opened = OpenDevice(context);
-    if (opened != 0) {
-        context.operationFlag = 0;
+    if (const int opened = BeginOperation(context))
         return opened;
-    }
 
     // The whole low byte of the mode goes to the terminal; only its low two bits matter here.
     const uint8_t modeByte = static_cast<uint8_t>(mode & 0xFF);
@@ -81,8 +72,7 @@ extern "C" int VARNIK_CALL ThaiIDRead(char* out, int mode)
     else
         count = ThaiAnswerAsBinary(context.rxBuffer, ArrivedInRxBuffer(context), out);
 
-    CloseDevice(context);
-    context.operationFlag = 0;
+    EndOperation(context);
     return count;
 }
 

@@ -11,12 +11,8 @@ extern "C" int VARNIK_CALL MsreRead(char* out)
 {
     EnterLibrary();
     DeviceContext& context = g_context;
-    context.operationFlag = 0;
-    const int opened = OpenDevice(context);
-    if (opened != 0) {
-        context.operationFlag = 0;
+    if (const int opened = BeginOperation(context))
         return opened;
-    }
 
     context.text = "Swipe Card :";
     BeginFrame(context, {'3', 'R'});
@@ -43,8 +39,7 @@ extern "C" int VARNIK_CALL MsreRead(char* out)
         return static_cast<int>(std::strlen(out));
     }
 
-    CloseDevice(context);
+    EndOperation(context);
     const int length = static_cast<int>(std::strlen(out));
-    context.operationFlag = 0;
     return length;
 }

@@ -48,12 +48,9 @@ extern "C" int VARNIK_CALL PinLoadMK(unsigned char* key)
 {
     EnterLibrary();
     DeviceContext& context = g_context;
-    context.operationFlag = 0;
-    int result = OpenDevice(context);
-    if (result != 0) {
-        context.operationFlag = 0;
+    int result = BeginOperation(context);
+    if (result != 0)
         return result;
-    }
 
     BeginFrame(context, {'0', '2'});
     AppendBytes(context, key, 16);
@@ -65,8 +62,7 @@ extern "C" int VARNIK_CALL PinLoadMK(unsigned char* key)
         result = 0;
     }
 
-    CloseDevice(context);
-    context.operationFlag = 0;
+    EndOperation(context);
     return result;
 }
 
@@ -74,12 +70,9 @@ extern "C" int VARNIK_CALL PinReadKey(unsigned char* out)
 {
     EnterLibrary();
     DeviceContext& context = g_context;
-    context.operationFlag = 0;
-    int result = OpenDevice(context);
-    if (result != 0) {
-        context.operationFlag = 0;
+    int result = BeginOperation(context);
+    if (result != 0)
         return result;
-    }
 
     // Cleared so that a refused or single-byte reply decodes to a defined key, not to what
     // the stack held.
@@ -101,8 +94,7 @@ extern "C" int VARNIK_CALL PinReadKey(unsigned char* out)
     }
     DecodePinKey(work, out);
 
-    CloseDevice(context);
-    context.operationFlag = 0;
+    EndOperation(context);
     return result;
 }
 
@@ -143,7 +135,6 @@ extern "C" int VARNIK_CALL PinReadKeyClear(char* inOut)
         DecodeClearKey(work, inOut);
     }
 
-    CloseDevice(context);
-    context.operationFlag = 0;
+    EndOperation(context);
     return result;
 }

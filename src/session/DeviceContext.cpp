@@ -86,6 +86,21 @@ void CloseDevice(DeviceContext& context)
     WriteLog("Close Device was Successful");
 }
 
+int BeginOperation(DeviceContext& context)
+{
+    context.operationFlag = 0;
+    int result = OpenDevice(context);
+    if (result != 0)
+        context.operationFlag = 0;
+    return result;
+}
+
+void EndOperation(DeviceContext& context)
+{
+    CloseDevice(context);
+    context.operationFlag = 0;
+}
+
 extern "C" int VARNIK_CALL PosSelect(void)
 {
     EnterLibrary();

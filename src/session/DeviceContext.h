@@ -61,3 +61,9 @@ void TeardownDeviceContext();
 // 0 if the port is usable, ErrPortUnavailable otherwise; a fresh open drains stale input.
 int OpenDevice(DeviceContext& context);
 void CloseDevice(DeviceContext& context);
+
+// The frame of every export that talks to the terminal. BeginOperation clears operationFlag
+// and opens the port; a non-zero result is the export's, returned at once without
+// EndOperation. EndOperation closes the port and clears the flag again.
+int BeginOperation(DeviceContext& context);
+void EndOperation(DeviceContext& context);

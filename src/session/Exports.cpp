@@ -43,15 +43,10 @@ extern "C" int VARNIK_CALL getVersion(char* out)
 {
     EnterLibrary();
     DeviceContext& context = g_context;
-    context.operationFlag = 0;
-    int result = OpenDevice(context);
-    if (result != 0) {
-        context.operationFlag = 0;
-        return result;
-    }
+    if (const int opened = BeginOperation(context))
+        return opened;
     QueryVersion(out);
-    CloseDevice(context);
-    context.operationFlag = 0;
+    EndOperation(context);
     return static_cast<int>(std::strlen(out));
 }
 
