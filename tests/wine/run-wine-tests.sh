@@ -280,7 +280,7 @@ scenario_notransmit() {
   cp "$app/config/debug.json" "$folder/config/debug.json"
   start_simulator "$record"
   WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" run_in_folder "$folder" notransmit \
-    wine_notransmit_host.exe "Z:${folder//\//\\}\\Varnik.dll" "$port"
+    wine_notransmit_host.exe "Z:${folder//\//\\}\\Varnik.dll" "$port" notransmit
   stop_line_end
   cat "$folder"/Log/Varnik/*.log >"$work/notransmit.log" 2>/dev/null || true
   grep -qxF "PASS notransmit" <(tr -d '\r' <"$work/notransmit.out") ||
