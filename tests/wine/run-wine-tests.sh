@@ -96,16 +96,27 @@ echo "== wine prefix in $WINEPREFIX"
   >>"$work/wineboot.log" 2>&1
 "$wineserver" -w
 
-# The library's folder: the DLL, the test programs and a config folder whose debug.json turns
-# the log on.
+# A library folder: Varnik.dll, the given files (pairs of source and name) and a config folder
+# whose debug.json turns the log on.
+make_folder() {
+  local folder="$1"
+  shift
+  mkdir -p "$folder/config"
+  cp "$dll" "$folder/Varnik.dll"
+  while [ $# -gt 0 ]; do
+    cp "$1" "$folder/$2"
+    shift 2
+  done
+  printf '{"mode":1}' >"$folder/config/debug.json"
+}
+
+# A folder as Windows sees it, through drive Z: (the Unix root).
+windows_path() {
+  printf 'Z:%s' "${1//\//\\}"
+}
+
 app="$work/app"
-mkdir -p "$app/config"
-cp "$dll" "$app/Varnik.dll"
-cp "$host" "$app/wine_host.exe"
-cp "$win32_test" "$app/wine_win32_test.exe"
-printf '{"mode":1}' >"$app/config/debug.json"
-# The same folder as Windows sees it, through drive Z: (the Unix root).
-app_windows="Z:${app//\//\\}"
+make_folder "$app" "$host" wine_host.exe "$win32_test" wine_win32_test.exe
 
 # Starts a program that serves a pseudo-terminal. Its first line on standard output names the
 # pty: from then on it listens.
@@ -120,39 +131,63 @@ start_line_end() {
   echo "$(basename "$1") on $pty"
 }
 
-# The simulator, linked as COM$port, recording what it receives; extra options follow.
-start_simulator() {
-  local record="$1"
+# Runs the command after "--" with the simulator linked as COM$port, given the options before
+# it. What the simulator received goes to $bytes as "<02><34>...", so that counting a sequence
+# can't straddle two bytes.
+bytes=""
+with_simulator() {
+  local record="$work/$scenario.rec" options=()
+  while [ "$1" != "--" ]; do
+    options+=("$1")
+    shift
+  done
   shift
-  start_line_end "$sim" --link "$WINEPREFIX/dosdevices/com$port" --record "$record" --quiet "$@"
+  start_line_end "$sim" --link "$WINEPREFIX/dosdevices/com$port" --record "$record" --quiet \
+    ${options[@]+"${options[@]}"}
+  "$@"
+  stop_line_end
+  bytes=$(od -An -v -tx1 "$record" | tr 'a-f' 'A-F' | tr -s ' \n' '\n' | sed '/^$/d; s/.*/<&>/' |
+    tr -d '\n')
 }
 
-# Recorded bytes as "<02><34>...", so that counting a sequence can't straddle two bytes.
-recorded_bytes() {
-  od -An -v -tx1 "$1" | tr 'a-f' 'A-F' | tr -s ' \n' '\n' | sed '/^$/d; s/.*/<&>/' | tr -d '\n'
-}
-
+# Pairs of a byte sequence and how often the far end received it ("some": at least once).
 expect_bytes() {
-  local name="$1" bytes="$2" sequence="$3" wanted="$4"
-  local needle="<${sequence// /><}>"
-  local rest=${bytes//"$needle"/}
-  local found=$(((${#bytes} - ${#rest}) / ${#needle}))
-  if [ "$wanted" = "some" ]; then
-    [ "$found" -gt 0 ] || fail "$name: the far end never received $sequence"
-  elif [ "$found" -ne "$wanted" ]; then
-    fail "$name: the far end received $sequence $found time(s), expected $wanted"
-  fi
+  while [ $# -gt 0 ]; do
+    local needle="<${1// /><}>" rest found
+    rest=${bytes//"$needle"/}
+    found=$(((${#bytes} - ${#rest}) / ${#needle}))
+    if [ "$2" = "some" ]; then
+      [ "$found" -gt 0 ] || fail "$scenario: the far end never received $1"
+    elif [ "$found" -ne "$2" ]; then
+      fail "$scenario: the far end received $1 $found time(s), expected $2"
+    fi
+    shift 2
+  done
 }
 
-# The log of one scenario's run, with CR LF turned into LF.
+# The log of this scenario's run, with CR LF turned into LF.
 log_text() {
-  tr -d '\r' <"$work/$1.log" 2>/dev/null || true
+  tr -d '\r' <"$work/$scenario.log" 2>/dev/null || true
 }
 
+# Each log line is "<stamp>\t<text>"; each argument must be the whole text after the tab of one.
 expect_log() {
-  local name="$1" line="$2"
-  # Each log line is "<stamp>\t<text>"; look for the whole text after the tab.
-  grep -qxF -- "$line" <(log_text "$name" | cut -f2-) || fail "$name: no log line \"$line\""
+  local line
+  for line in "$@"; do
+    grep -qxF -- "$line" <(log_text | cut -f2-) || fail "$scenario: no log line \"$line\""
+  done
+}
+
+# A frame the library sent: at the far end as often as given, and in the log as ">02:34:...".
+expect_sent() {
+  expect_bytes "$1" "$2"
+  expect_log ">${1// /:}"
+}
+
+# A wait cancelled from a window message: exactly one CAN on the line, the terminal's CAN back.
+expect_cancelled() {
+  expect_bytes "18" 1
+  expect_log "Pos Cancel " ">18" "<18"
 }
 
 # Text as the log writes bytes: "AB" as "41:42".
@@ -164,39 +199,33 @@ text_hex() {
 # What the library read from the terminal: its "<" log lines are pieces of one byte stream,
 # cut wherever a read happened to end. Looks for the bytes "41:42:..." anywhere in it.
 expect_received() {
-  local name="$1" sequence="$2" stream
-  stream=":$(log_text "$name" | cut -f2- | sed -n 's/^<//p' | paste -sd: -):"
-  [[ "$stream" == *":$sequence:"* ]] || fail "$name: the library never received $sequence"
+  local stream
+  stream=":$(log_text | cut -f2- | sed -n 's/^<//p' | paste -sd: -):"
+  [[ "$stream" == *":$1:"* ]] || fail "$scenario: the library never received $1"
 }
 
 # Runs a program of the given folder there, under a time limit; its output goes to the
-# terminal and to $work/<name>.out.
+# terminal and to $work/<scenario>.out, the logs of the run to $work/<scenario>.log.
 run_in_folder() {
-  local folder="$1" name="$2" program="$3"
-  shift 3
+  local folder="$1" program="$2"
+  shift 2
   local status=0
-  (cd "$folder" && timeout 120 "$wine" "$folder/$program" "$@") >"$work/$name.out" 2>&1 ||
+  rm -f "$folder"/Log/*/*.log
+  (cd "$folder" && timeout 120 "$wine" "$folder/$program" "$@") >"$work/$scenario.out" 2>&1 ||
     status=$?
-  sed 's/^/  | /' "$work/$name.out"
+  sed 's/^/  | /' "$work/$scenario.out"
+  cat "$folder"/Log/*/*.log >"$work/$scenario.log" 2>/dev/null || true
   if [ "$status" -eq 124 ]; then
-    fail "$name: $program did not finish within 120 s"
+    fail "$scenario: $program did not finish within 120 s"
   elif [ "$status" -ne 0 ]; then
-    fail "$name: $program exited with $status"
+    fail "$scenario: $program exited with $status"
   fi
 }
 
-run_in_app() {
-  run_in_folder "$app" "$@"
-}
-
-# wine_host.exe on the library of the app folder, with the given settings and scenarios. The
-# library's log of this run is kept as $work/<name>.log.
+# wine_host.exe's scenario of the same name on the library of the app folder, with the given
+# settings.
 run_host() {
-  local name="$1"
-  shift
-  rm -f "$app"/Log/Varnik/*.log
-  run_in_app "$name" wine_host.exe "$app_windows\\Varnik.dll" "$port" "$@"
-  cat "$app"/Log/Varnik/*.log >"$work/$name.log" 2>/dev/null || true
+  run_in_folder "$app" wine_host.exe "$(windows_path "$app")\\Varnik.dll" "$port" "$@" "$scenario"
 }
 
 # --- scenarios ---------------------------------------------------------------------------
@@ -207,63 +236,38 @@ scenario_win32() {
   local peer_port=8 null_port=9
   start_line_end python3 "$here/port_peer.py" "$WINEPREFIX/dosdevices/com$peer_port"
   ln -sfn /dev/null "$WINEPREFIX/dosdevices/com$null_port"
-  run_in_app win32 wine_win32_test.exe "$peer_port" "$null_port"
+  run_in_folder "$app" wine_win32_test.exe "$peer_port" "$null_port"
   stop_line_end
-  cat "$app"/Log/wine_win32_test/*.log >"$work/win32.log" 2>/dev/null || true
 }
 
 # Probe and version read: the probe frame goes out and is acknowledged, the version frame gets
 # the simulator's version text back.
 scenario_version() {
-  local record="$work/version.rec" text="NEW6210 WINE 2.5"
-  start_simulator "$record" --version-text "$text"
-  run_host version "version=$text" version
-  stop_line_end
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes version "$bytes" "02 34 03 34" some
-  expect_bytes version "$bytes" "02 3B 03 3B" 1
-  expect_bytes version "$bytes" "18" 0
-  expect_log version "check device port $port"
-  expect_log version "Open Port  was Successful : $port"
-  expect_log version ">02:34:03:34"
-  expect_log version "<06"
-  expect_log version ">02:3B:03:3B"
-  expect_log version "$text"
-  expect_log version "Close Device was Successful"
+  local text="NEW6210 WINE 2.5"
+  with_simulator --version-text "$text" -- run_host "version=$text"
+  expect_sent "02 34 03 34" some
+  expect_sent "02 3B 03 3B" 1
+  expect_bytes "18" 0
+  expect_log "check device port $port" "Open Port  was Successful : $port" "<06" "$text" \
+    "Close Device was Successful"
 }
 
 # Cancel from a window message that the library's own wait dispatches: the simulator holds the
 # version reply until it sees CAN, gets exactly one, and answers with CAN.
 scenario_cancel() {
-  local record="$work/cancel.rec"
-  start_simulator "$record" --hold 3B
-  run_host cancel cancel
-  stop_line_end
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes cancel "$bytes" "02 3B 03 3B" 1
-  expect_bytes cancel "$bytes" "18" 1
-  expect_log cancel "Pos Cancel "
-  expect_log cancel ">18"
-  expect_log cancel "<18"
+  with_simulator --hold 3B -- run_host
+  expect_bytes "02 3B 03 3B" 1
+  expect_cancelled
 }
 
 # The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai
 # ID card's citizen number comes through SCardTransmit, also through a pointer taken before.
+connected="SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
 scenario_pcsc() {
-  local record="$work/pcsc.rec"
-  start_simulator "$record"
-  run_host pcsc pcsc
-  stop_line_end
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes pcsc "$bytes" "02 38 02 03 3A" 1
-  expect_bytes pcsc "$bytes" "02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21" 1
-  expect_bytes pcsc "$bytes" "02 38 03 03 3B" 1
-  expect_log pcsc "Redirection WinCard completed"
-  expect_log pcsc "-> Found readers: NEW6210 Reader Card"
-  expect_log pcsc "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
+  with_simulator -- run_host
+  expect_bytes "02 38 02 03 3A" 1 "02 38 03 03 3B" 1 \
+    "02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21" 1
+  expect_log "Redirection WinCard completed" "-> Found readers: NEW6210 Reader Card" "$connected"
 }
 
 # ReaderSelect against a winscard.dll without SCardTransmit: the tests' stand-in, in a folder of
@@ -272,79 +276,50 @@ scenario_pcsc() {
 # functions before SCardTransmit stay hooked, and the notice box is answered by the host; the
 # checks of the calls are in NoTransmitHost.cpp.
 scenario_notransmit() {
-  local record="$work/notransmit.rec" folder="$work/notransmit"
-  mkdir -p "$folder/config"
-  cp "$dll" "$folder/Varnik.dll"
-  cp "$notransmit_host" "$folder/wine_notransmit_host.exe"
-  cp "$fake_winscard" "$folder/winscard.dll"
-  cp "$app/config/debug.json" "$folder/config/debug.json"
-  start_simulator "$record"
-  WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" run_in_folder "$folder" notransmit \
-    wine_notransmit_host.exe "Z:${folder//\//\\}\\Varnik.dll" "$port" notransmit
-  stop_line_end
-  cat "$folder"/Log/Varnik/*.log >"$work/notransmit.log" 2>/dev/null || true
+  local folder="$work/notransmit"
+  make_folder "$folder" "$notransmit_host" wine_notransmit_host.exe "$fake_winscard" winscard.dll
+  WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" with_simulator -- run_in_folder "$folder" \
+    wine_notransmit_host.exe "$(windows_path "$folder")\\Varnik.dll" "$port" notransmit
   grep -qxF "PASS notransmit" <(tr -d '\r' <"$work/notransmit.out") ||
     fail "notransmit: the host did not pass"
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes notransmit "$bytes" "02 38 02 03 3A" 1
-  expect_bytes notransmit "$bytes" "02 38 03 03 3B" 1
-  expect_log notransmit "Not Found SCardTransmit"
-  expect_log notransmit "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
-  if grep -qF "Redirection WinCard completed" <(log_text notransmit); then
+  expect_bytes "02 38 02 03 3A" 1 "02 38 03 03 3B" 1
+  expect_log "Not Found SCardTransmit" "$connected"
+  if grep -qF "Redirection WinCard completed" <(log_text); then
     fail "notransmit: the log says the redirection completed"
   fi
 }
 
 # A swipe: the swipe frame goes out once, the simulator's stripe (its default, given here so
 # that the host can work out the track text) comes back and reaches the caller as tracks.
+swipe_frame="02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37"
 scenario_swipe() {
-  local record="$work/swipe.rec" stripe="4111111111111111=2512101|4111111111111111=2512|"
-  start_simulator "$record" --stripe "$stripe"
-  run_host swipe "stripe=$stripe" swipe
-  stop_line_end
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes swipe "$bytes" "02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37" 1
-  expect_bytes swipe "$bytes" "18" 0
-  expect_log swipe ">02:33:52:53:77:69:70:65:20:43:61:72:64:20:3A:00:03:37"
-  expect_received swipe "02:$(text_hex "$stripe"):03"
-  expect_log swipe "Close Device was Successful"
+  local stripe="4111111111111111=2512101|4111111111111111=2512|"
+  with_simulator --stripe "$stripe" -- run_host "stripe=$stripe"
+  expect_sent "$swipe_frame" 1
+  expect_bytes "18" 0
+  expect_received "02:$(text_hex "$stripe"):03"
+  expect_log "Close Device was Successful"
 }
 
 # Nobody swipes: a cancel from a window message during the wait puts exactly one CAN on the
 # line, and the simulator's CAN ends the read.
 scenario_swipecancel() {
-  local record="$work/swipecancel.rec"
-  start_simulator "$record" --swipe-wait
-  run_host swipecancel swipecancel
-  stop_line_end
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes swipecancel "$bytes" "02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37" 1
-  expect_bytes swipecancel "$bytes" "18" 1
-  expect_log swipecancel "Pos Cancel "
-  expect_log swipecancel ">18"
-  expect_log swipecancel "<18"
-  expect_log swipecancel "Close Device was Successful"
+  with_simulator --swipe-wait -- run_host
+  expect_bytes "$swipe_frame" 1
+  expect_cancelled
+  expect_log "Close Device was Successful"
 }
 
 # The Thai ID card read by the terminal, in text form (mode 0, TIS-620 turned into UTF-8) and as
 # the binary block (mode 2: the record and the simulator's 5118-byte photo behind a length).
 scenario_thaiid() {
-  local record="$work/thaiid.rec" prompt="49 6E 73 65 72 74 20 43 61 72 64 20 3A 00"
-  start_simulator "$record"
-  run_host thaiid photo=5118 thaiid
-  stop_line_end
-  local bytes
-  bytes=$(recorded_bytes "$record")
-  expect_bytes thaiid "$bytes" "02 32 00 00 $prompt 03 0B" 1
-  expect_bytes thaiid "$bytes" "02 32 00 02 $prompt 03 09" 1
-  expect_bytes thaiid "$bytes" "18" 0
-  expect_log thaiid ">02:32:00:00:${prompt// /:}:03:0B"
-  expect_log thaiid ">02:32:00:02:${prompt// /:}:03:09"
-  expect_received thaiid "02:$(text_hex "1234567890121|")"
-  expect_log thaiid "Close Device was Successful"
+  local prompt="49 6E 73 65 72 74 20 43 61 72 64 20 3A 00"
+  with_simulator -- run_host photo=5118
+  expect_sent "02 32 00 00 $prompt 03 0B" 1
+  expect_sent "02 32 00 02 $prompt 03 09" 1
+  expect_bytes "18" 0
+  expect_received "02:$(text_hex "1234567890121|")"
+  expect_log "Close Device was Successful"
 }
 
 for scenario in "${scenarios[@]}"; do
@@ -359,7 +334,7 @@ for scenario in "${scenarios[@]}"; do
     echo "PASS: $scenario"
   else
     echo "log of this scenario:"
-    log_text "$scenario" | sed 's/^/  | /'
+    log_text | sed 's/^/  | /'
   fi
 done
 
