@@ -175,7 +175,8 @@ NoticeAnswerer::NoticeAnswerer()
 {
     notices.clear();
     g_cbtHook = SetWindowsHookExA(WH_CBT, AnswerNotice, nullptr, GetCurrentThreadId());
-    Check(g_cbtHook != nullptr, "SetWindowsHookExA failed: error " + std::to_string(GetLastError()));
+    Check(g_cbtHook != nullptr,
+          "SetWindowsHookExA failed: error " + std::to_string(GetLastError()));
 }
 
 NoticeAnswerer::~NoticeAnswerer()
@@ -222,7 +223,8 @@ void CheckVirtualReader(const ReaderAnswers& a)
     Check(a.list == SCARD_S_SUCCESS && a.readersCount == 19 &&
               std::strcmp(a.readers, "NEW6210 Reader Card") == 0 && a.readers[20] == '\0',
           "SCardListReadersA is not the virtual reader's");
-    Check(a.connect == SCARD_S_SUCCESS && a.card == 0x1234 && a.connectProtocol == SCARD_PROTOCOL_T0,
+    Check(a.connect == SCARD_S_SUCCESS && a.card == 0x1234 &&
+              a.connectProtocol == SCARD_PROTOCOL_T0,
           "SCardConnectA is not the virtual reader's");
     Check(a.status == SCARD_S_SUCCESS && a.state == SCARD_SPECIFIC &&
               a.statusProtocol == SCARD_PROTOCOL_T0 && a.atrLength != 0,

@@ -63,19 +63,19 @@ void RunVersion(Host& host)
 
 // --- cancel through a window message ---------------------------------------------------
 
-// `read` into g_out with a cancel posted to a hidden window before: the library's wait
+// Reads into g_out with a cancel posted to a hidden window before: the library's wait
 // dispatches it and one CAN goes out; the simulator (run with --hold 3B or --swipe-wait)
 // answers CAN, which ends the wait. Gives the read's result.
-int ReadCancelled(Host& host, const char* read, const char* cancel)
+int ReadCancelled(Host& host, const char* readName, const char* cancelName)
 {
-    auto readFn = host.Get<ReadFn>(read);
-    CancelWindow window(host.Get<PosCancelFn>(cancel));
+    auto read = host.Get<ReadFn>(readName);
+    CancelWindow window(host.Get<PosCancelFn>(cancelName));
     host.CheckPort();  // the probe's own loop pumps messages too: post only once it is over
     window.Post();
     std::memset(g_out, 0, sizeof g_out);
-    const int result = readFn(g_out);
-    Say("%s() = %d, out %s; %s ran %d time(s) and gave %d", read, result,
-        Hex(g_out, strnlen(g_out, sizeof g_out)).c_str(), cancel, CancelWindow::calls,
+    const int result = read(g_out);
+    Say("%s() = %d, out %s; %s ran %d time(s) and gave %d", readName, result,
+        Hex(g_out, strnlen(g_out, sizeof g_out)).c_str(), cancelName, CancelWindow::calls,
         CancelWindow::result);
     window.CheckCalledOnce();
     return result;
@@ -138,7 +138,8 @@ void RunPcsc(Host& host)
 
         Exchange(transmitEarly, a.card,
                  {0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01});
-        const auto answer = Exchange(transmitEarly, a.card, {0x80, 0xB0, 0x00, 0x04, 0x02, 0x00, 0x0D});
+        const auto answer =
+            Exchange(transmitEarly, a.card, {0x80, 0xB0, 0x00, 0x04, 0x02, 0x00, 0x0D});
         const std::string citizen(answer.begin(), answer.end() - 2);
         Say("citizen number \"%s\"", citizen.c_str());
         Check(citizen == g_citizenNumber && answer[answer.size() - 2] == 0x90,
@@ -163,7 +164,8 @@ std::string TrackNotation(const std::string& field)
         if (c >= ':' && c <= '?')
             c = static_cast<char>('A' + (c - ':'));
         const char* digit = c == '\0' ? nullptr : std::strchr(digits, c);
-        Check(digit != nullptr, "stripe field \"" + field + "\" is not all hex digits and ':'..'?'");
+        Check(digit != nullptr,
+              "stripe field \"" + field + "\" is not all hex digits and ':'..'?'");
         check ^= static_cast<int>(digit - digits);
         track += c;
     }
@@ -182,7 +184,8 @@ std::string ExpectedTracks(const std::string& stripe)
             fields.back() += c;
     }
     Check(fields.size() >= 3, "stripe=" + stripe + " has not the three fields track1|track2|text");
-    return TrackNotation(fields[0]) + "|" + (fields[2].empty() ? TrackNotation(fields[1]) : fields[2]);
+    const std::string second = TrackNotation(fields[1]);  // refused even where text replaces it
+    return TrackNotation(fields[0]) + "|" + (fields[2].empty() ? second : fields[2]);
 }
 
 // One swipe of the simulator's stripe (the stripe= setting): the caller's buffer gets the

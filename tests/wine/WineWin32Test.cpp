@@ -28,24 +28,21 @@ void Fail(int line, const std::string& what)
     g_failures += Format("    line %d: %s\n", line, what.c_str());
 }
 
-#define EXPECT_EQ(actual, expected)                                                           \
-    do {                                                                                      \
-        long long actual_ = (actual), expected_ = (expected);                                 \
-        if (actual_ != expected_)                                                             \
-            Fail(__LINE__, Format("%s is %lld, expected %lld", #actual, actual_, expected_)); \
-    } while (0)
-#define EXPECT_TEXT(actual, expected)                                                   \
-    do {                                                                                \
-        std::string actual_ = (actual), expected_ = (expected);                         \
-        if (actual_ != expected_)                                                       \
-            Fail(__LINE__, Format("%s is \"%s\", expected \"%s\"", #actual,            \
-                                  actual_.c_str(), expected_.c_str()));                 \
-    } while (0)
-#define EXPECT_TRUE(condition)                        \
-    do {                                              \
-        if (!(condition))                             \
-            Fail(__LINE__, "not true: " #condition); \
-    } while (0)
+void ExpectEqual(int line, const char* what, long long actual, long long expected)
+{
+    if (actual != expected)
+        Fail(line, Format("%s is %lld, expected %lld", what, actual, expected));
+}
+
+void ExpectText(int line, const char* what, const std::string& actual, const std::string& expected)
+{
+    if (actual != expected)
+        Fail(line, Format("%s is \"%s\", expected \"%s\"", what, actual.c_str(), expected.c_str()));
+}
+
+#define EXPECT_EQ(actual, expected) ExpectEqual(__LINE__, #actual, (actual), (expected))
+#define EXPECT_TEXT(actual, expected) ExpectText(__LINE__, #actual, (actual), (expected))
+#define EXPECT_TRUE(condition) ((condition) ? void() : Fail(__LINE__, "not true: " #condition))
 
 // --- the log -----------------------------------------------------------------------------
 
@@ -117,6 +114,16 @@ void QueuePattern(int count)
         std::memset(&status, 0, sizeof status);
         ClearCommError(g_port.m_hPort, &errors, &status);
     } while (status.cbInQue < static_cast<DWORD>(count) && GetTickCount64() < deadline);
+}
+
+// The peer's receipt for bytes it took: 'R', their count and their sum, each modulo 65536.
+void ExpectReceipt(int line, int count, int sum, int timeoutMs = 3000)
+{
+    unsigned char receipt[5] = {};
+    if (!ReadExactly(receipt, 5, timeoutMs))
+        return Fail(line, Format("no receipt for %d bytes: some were lost", count));
+    ExpectEqual(line, "the receipt's count", receipt[1] << 8 | receipt[2], count % 65536);
+    ExpectEqual(line, "the receipt's sum", receipt[3] << 8 | receipt[4], sum % 65536);
 }
 
 unsigned char Pattern(int index)
@@ -280,10 +287,7 @@ void Writes()
         for (int i = 0; i < length; ++i) {
             sum += data[i];
         }
-        unsigned char receipt[5] = {};
-        EXPECT_TRUE(ReadExactly(receipt, 5));
-        EXPECT_EQ(receipt[1] << 8 | receipt[2], length);
-        EXPECT_EQ(receipt[3] << 8 | receipt[4], sum % 65536);
+        ExpectReceipt(__LINE__, length, sum);
     }
 }
 
@@ -306,13 +310,7 @@ void LongWrite()
         Fail(__LINE__, Format("the far end took it all in %d ms: the case proves nothing",
                               static_cast<int>(took)));
     }
-    unsigned char receipt[5];
-    if (!ReadExactly(receipt, 5, 8000)) {
-        Fail(__LINE__, "no receipt: bytes of the long write were lost");
-        return;
-    }
-    EXPECT_EQ(receipt[1] << 8 | receipt[2], static_cast<int>(sizeof data) % 65536);
-    EXPECT_EQ(receipt[3] << 8 | receipt[4], sum % 65536);
+    ExpectReceipt(__LINE__, static_cast<int>(sizeof data), sum, 8000);
 }
 
 // The far end stops reading: writes go pending. A long one is given up after the line's own
