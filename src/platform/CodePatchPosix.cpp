@@ -60,12 +60,3 @@ bool WriteCode(void* target, const void* bytes, size_t count)
         mprotect(reinterpret_cast<void*>(last), pageSize, lastProtection);
     return true;
 }
-
-bool PatchJump(void* target, void* replacement)
-{
-    uint8_t jump[JumpRoom];
-    const size_t length = EncodeJump(jump, target, replacement);
-    if (length == 0)
-        return false;
-    return WriteCode(target, jump, length);
-}

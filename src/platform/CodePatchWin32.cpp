@@ -19,12 +19,3 @@ bool WriteCode(void* target, const void* bytes, size_t count)
     FlushInstructionCache(GetCurrentProcess(), target, count);
     return true;
 }
-
-bool PatchJump(void* target, void* replacement)
-{
-    uint8_t jump[JumpRoom];
-    const size_t length = EncodeJump(jump, target, replacement);
-    if (length == 0)
-        return false;
-    return WriteCode(target, jump, length);
-}
