@@ -32,15 +32,25 @@ int32_t MillisecondClock()
     return static_cast<int32_t>(static_cast<uint32_t>(ms));
 }
 
-std::string ModuleFilePath()
+static std::string ResolveModulePath()
 {
     Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&ModuleFilePath), &info) == 0 || info.dli_fname == nullptr)
+    if (dladdr(reinterpret_cast<void*>(&ResolveModulePath), &info) == 0 || info.dli_fname == nullptr)
         return std::string();
     char resolved[PATH_MAX];
     if (realpath(info.dli_fname, resolved) != nullptr)
         return resolved;
     return info.dli_fname;
+}
+
+// dladdr gives the path the host handed to dlopen, relative ones included: resolved while the
+// library loads, before the host can change its working folder. Nothing else of the start-up
+// runs this early.
+static const std::string g_modulePath = ResolveModulePath();
+
+std::string ModuleFilePath()
+{
+    return g_modulePath;
 }
 
 char FolderSeparator() { return '/'; }
@@ -93,6 +103,20 @@ bool WriteWholeFile(const std::string& path, const void* data, size_t size)
     return ok;
 }
 
+bool ReplaceWholeFile(const std::string& path, const void* data, size_t size)
+{
+    const std::string temporary = path + ".tmp";
+    int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    bool ok = WriteAll(fd, data, size) && fsync(fd) == 0;
+    ok = close(fd) == 0 && ok;
+    if (ok && rename(temporary.c_str(), path.c_str()) == 0)
+        return true;
+    unlink(temporary.c_str());
+    return false;
+}
+
 bool AppendToFile(const std::string& path, const void* data, size_t size)
 {
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
@@ -135,6 +159,11 @@ LocalTime CurrentLocalTime()
 void ShowNotice(const std::string& text)
 {
     WriteLog(text);
+    ShowUnloggedNotice(text);
+}
+
+void ShowUnloggedNotice(const std::string& text)
+{
     std::fprintf(stderr, "%s\n", text.c_str());
 }
 
