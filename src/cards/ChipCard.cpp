@@ -27,6 +27,8 @@ int ArrivedInRxBuffer(const DeviceContext& context)
 extern "C" int VARNIK_CALL EMVRead(char* out)
 {
     EnterLibrary();
+    if (out == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     if (const int opened = BeginOperation(context))
         return opened;
@@ -52,6 +54,8 @@ extern "C" int VARNIK_CALL EMVRead(char* out)
 extern "C" int VARNIK_CALL ThaiIDRead(char* out, int mode)
 {
     EnterLibrary();
+    if (out == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     if (const int opened = BeginOperation(context))
         return opened;
@@ -66,9 +70,12 @@ extern "C" int VARNIK_CALL ThaiIDRead(char* out, int mode)
     if (SendFrame(context) > 0)
         ReadReply(context, nullptr, nullptr);
 
+    // The text runs to rxBuffer's first NUL, not to rxLength: after a one-byte answer the rest
+    // of the earlier reply follows it, and after a dropped reply the raw bytes are taken. The
+    // reader never writes the buffer's last byte, so a NUL always ends the walk.
     int count;
     if ((mode & 3) <= 1)
-        count = ThaiAnswerAsText(context.rxBuffer, ArrivedInRxBuffer(context), out);
+        count = ThaiAnswerAsText(context.rxBuffer, TxRxCapacity, out);
     else
         count = ThaiAnswerAsBinary(context.rxBuffer, ArrivedInRxBuffer(context), out);
 
@@ -79,5 +86,7 @@ extern "C" int VARNIK_CALL ThaiIDRead(char* out, int mode)
 extern "C" int VARNIK_CALL ThaiLen(const char* text)
 {
     EnterLibrary();
+    if (text == nullptr)
+        return 0;
     return CountThaiColumns(text);
 }
