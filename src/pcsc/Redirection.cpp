@@ -87,7 +87,7 @@ int InstallRedirection()
     for (const HookRow& row : rows) {
         void* real = record.*row.real;
         if (real == nullptr) {
-            ShowNotice(row.notice);
+            ShowUnloggedNotice(row.notice);
             WriteLog(row.logText);
             return 0;
         }

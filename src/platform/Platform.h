@@ -34,6 +34,9 @@ bool CreateFolder(const std::string& path);
 bool ReadWholeFile(const std::string& path, std::string& content);
 // Creates or truncates the file.
 bool WriteWholeFile(const std::string& path, const void* data, size_t size);
+// Writes a temporary file beside `path` and renames it over `path`, so that a crash or a full
+// disk leaves the old file or the new one, never a part of either.
+bool ReplaceWholeFile(const std::string& path, const void* data, size_t size);
 // Opens with create-if-absent, keep contents and no sharing, writes at the end, closes.
 bool AppendToFile(const std::string& path, const void* data, size_t size);
 // Names (not paths) of the plain files in a folder, in the order the system gives them.
@@ -58,6 +61,9 @@ LocalTime CurrentLocalTime();
 // A blocking notice with an OK button where the platform has one; elsewhere the log and
 // standard error.
 void ShowNotice(const std::string& text);
+// The same notice for a caller that logs a line of its own for it: the box on Windows,
+// standard error alone elsewhere, so that the log holds one line either way.
+void ShowUnloggedNotice(const std::string& text);
 
 // --- a lock for objects that guard themselves --------------------------------------------
 

@@ -119,6 +119,24 @@ bool WriteWholeFile(const std::string& path, const void* data, size_t size)
     return ok;
 }
 
+bool ReplaceWholeFile(const std::string& path, const void* data, size_t size)
+{
+    const std::string temporary = path + ".tmp";
+    HANDLE file = CreateFileA(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    bool ok = WriteAll(file, data, size) && FlushFileBuffers(file) != 0;
+    ok = CloseHandle(file) != 0 && ok;
+    if (ok && MoveFileExA(temporary.c_str(), path.c_str(),
+                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0) {
+        return true;
+    }
+    DeleteFileA(temporary.c_str());
+    return false;
+}
+
 bool AppendToFile(const std::string& path, const void* data, size_t size)
 {
     // No sharing: a second writer at the same instant fails its open and drops its text.
@@ -217,6 +235,11 @@ LocalTime CurrentLocalTime()
 void ShowNotice(const std::string& text)
 {
     MessageBoxA(nullptr, text.c_str(), "", MB_OK);
+}
+
+void ShowUnloggedNotice(const std::string& text)
+{
+    ShowNotice(text);
 }
 
 // --- lock --------------------------------------------------------------------------------
