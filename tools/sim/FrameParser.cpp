@@ -25,7 +25,7 @@ std::string FrameParser::Abandon() {
                std::to_string(streamNeeded_) + " bytes";
     } else if (state_ != State::Idle) {
         what = "partial frame " + (request_.code.length ? request_.code.Display() : "STX") +
-               " with " + std::to_string(request_.payload.size() + request_.text.size()) +
+               " with " + std::to_string(request_.payload.size()) +
                " payload bytes";
     }
     state_ = State::Idle;
