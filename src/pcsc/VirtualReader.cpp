@@ -31,6 +31,8 @@ constexpr uint32_t NoLength = 0xFFFFFFFFu;
 LONG PCSC_API SCardEstablishContext(DWORD, const void*, const void*, SCARDCONTEXT* phContext)
 {
     WriteLog("SCardEstablishContext called");
+    if (phContext == nullptr)
+        return SCARD_E_INVALID_PARAMETER;
     *phContext = VirtualContext;
     return SCARD_S_SUCCESS;
 }
@@ -44,6 +46,8 @@ LONG SCardListReaders(
 {
     WriteLog("SCardListReaders called");
     WriteLog(Format("-> Found readers: %s", ReaderName));
+    if (pcchReaders == nullptr)
+        return SCARD_E_INVALID_PARAMETER;
 
     // A size query: the whole list is the name and two NULs.
     if (mszReaders == nullptr) {
@@ -69,6 +73,12 @@ LONG SCardListReaders(
 #endif
     }
 
+    // A capacity below the name and its NUL is honoured, as PC/SC asks: nothing is written and
+    // the host learns the size of the whole list.
+    if (*pcchReaders < ReaderNameLength + 1) {
+        *pcchReaders = ReaderListLength;
+        return SCARD_E_INSUFFICIENT_BUFFER;
+    }
     // Hosts that pass their capacity and have room get a closed multi-string; the count stays
     // the name's length, as the hosts of this reader have always read it.
     const bool roomForList = *pcchReaders >= ReaderListLength;
@@ -88,6 +98,8 @@ LONG SCardConnect(
     DWORD* pdwActiveProtocol)
 {
     WriteLog("SCardConnect called");
+    if (phCard == nullptr || pdwActiveProtocol == nullptr)
+        return SCARD_E_INVALID_PARAMETER;
     *phCard = VirtualCardHandle;
     *pdwActiveProtocol = SCARD_PROTOCOL_T0;
     LONG status = SCARD_S_SUCCESS;
@@ -136,10 +148,18 @@ LONG SCardStatus(
     SCARDHANDLE, char*, DWORD*, DWORD* pdwState, DWORD* pdwProtocol, BYTE* pbAtr,
     DWORD* pcbAtrLen)
 {
+    if (pcbAtrLen == nullptr)
+        return SCARD_E_INVALID_PARAMETER;
     WriteLog(Format("SCardStatus(pcbAtrLen:%d) called", static_cast<int>(*pcbAtrLen)));
-    *pdwState = SCARD_SPECIFIC;
-    *pdwProtocol = SCARD_PROTOCOL_T0;
+    if (pdwState != nullptr)
+        *pdwState = SCARD_SPECIFIC;
+    if (pdwProtocol != nullptr)
+        *pdwProtocol = SCARD_PROTOCOL_T0;
+    // A buffer smaller than the ATR gets nothing; a null one asks for the length alone.
+    const bool fits = pbAtr == nullptr || *pcbAtrLen >= g_reader.atrLength;
     *pcbAtrLen = g_reader.atrLength;
+    if (!fits)
+        return SCARD_E_INSUFFICIENT_BUFFER;
     if (pbAtr != nullptr)
         std::memcpy(pbAtr, g_reader.atr, g_reader.atrLength);
     return SCARD_S_SUCCESS;
@@ -150,6 +170,9 @@ LONG PCSC_API SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, const BYTE* pb
                             DWORD* pcbRecvLength)
 {
     WriteLog("SCardTransmit called");
+    if ((pbSendBuffer == nullptr && cbSendLength != 0) || pcbRecvLength == nullptr)
+        return SCARD_E_INVALID_PARAMETER;
+    const DWORD room = pbRecvBuffer != nullptr ? *pcbRecvLength : 0;
 
     // Commands go out of a local copy. One longer than the copy goes out of the caller's
     // buffer instead, with the same bytes on the wire.
@@ -157,7 +180,7 @@ LONG PCSC_API SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, const BYTE* pb
     const uint8_t* command = work;
     if (cbSendLength > sizeof(work))
         command = pbSendBuffer;
-    else
+    else if (cbSendLength != 0)  // nothing to copy, and the buffer may then be null
         std::memcpy(work, pbSendBuffer, cbSendLength);
 
     DeviceContext& context = g_context;
@@ -181,13 +204,21 @@ LONG PCSC_API SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, const BYTE* pb
     int read = 0;
     uint32_t received = NoLength;
     if (written > 0)
-        read = ReadReply(context, pbRecvBuffer, &received);
+        read = ReadReply(context, nullptr, &received);
     if (written < 0 || read < 0) {
         *pcbRecvLength = 0;
         return SCARD_E_NO_SMARTCARD;
     }
-    if (received != NoLength)
-        *pcbRecvLength = received;
+    if (received == NoLength)
+        return SCARD_S_SUCCESS;  // nothing usable arrived: the host's buffer stays as it was
+    *pcbRecvLength = received;
+    if (room < received)
+        return SCARD_E_INSUFFICIENT_BUFFER;
+    // The answer as ReadReply leaves it in rxBuffer: a payload with its NUL behind, or one raw
+    // byte. A NUL behind it goes along only where the host's buffer has room for it.
+    const size_t count = std::min<size_t>(received, TxRxCapacity - 1);
+    const bool withNul = room > received && context.rxBuffer[count] == 0;
+    std::memcpy(pbRecvBuffer, context.rxBuffer, count + (withNul ? 1 : 0));
     return SCARD_S_SUCCESS;
 }
 
