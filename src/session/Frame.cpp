@@ -3,18 +3,26 @@
 #include <cstring>
 
 #include "platform/Platform.h"
+#include "support/Log.h"
 
 // --- building ------------------------------------------------------------------------------
+
+// Set when a byte of the frame being built found txBuffer full. Such a frame is never sent:
+// cut short it would lack its ETX, and the terminal would never answer it.
+static bool g_frameTooLong = false;
 
 static void PutByte(DeviceContext& context, uint8_t value)
 {
     if (context.txLength >= 0 && context.txLength < TxRxCapacity)
         context.txBuffer[context.txLength++] = value;
+    else
+        g_frameTooLong = true;
 }
 
 void BeginFrame(DeviceContext& context, std::initializer_list<uint8_t> operation)
 {
     context.txLength = 0;
+    g_frameTooLong = false;
     PutByte(context, STX);
     for (uint8_t code : operation)
         PutByte(context, code);
@@ -43,6 +51,10 @@ void CloseFrame(DeviceContext& context)
 
 int SendFrame(DeviceContext& context)
 {
+    if (g_frameTooLong) {
+        WriteLog("frame longer than the send buffer: not sent");
+        return 0;  // as a write that sent nothing
+    }
     return context.serial.Write(context.txBuffer, context.txLength);
 }
 

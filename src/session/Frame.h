@@ -10,7 +10,8 @@
 constexpr int ReadChunk = 10000;
 
 // Frame building in g_context.txBuffer, with txLength as the running index. Nothing is ever
-// written past the buffer: bytes that would not fit are dropped.
+// written past the buffer: a frame that would not fit is built no further, and SendFrame
+// sends none of it and gives 0, as a write that sent nothing.
 void BeginFrame(DeviceContext& context, std::initializer_list<uint8_t> operation);
 void AppendBytes(DeviceContext& context, const void* data, int count);
 void AppendText(DeviceContext& context, const char* text);  // with its NUL
