@@ -142,6 +142,10 @@ extern "C" int VARNIK_CALL PosSelect(void)
 extern "C" int VARNIK_CALL PosCheckPort(int port)
 {
     EnterLibrary();
+    // A port left open under another number (PosExec, a two-field swipe) would take the probe
+    // and have its answer saved as N's.
+    if (g_context.serial.m_bOpen != 0 && g_context.port != port)
+        CloseDevice(g_context);
     g_context.port = port;
     WriteLog(Format("check device port %d", port));
     int result = PosSelect();

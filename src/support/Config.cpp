@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/Platform.h"
 #include "serial/PortScan.h"
 #include "session/DeviceContext.h"
 #include "support/Format.h"
@@ -87,5 +88,5 @@ void SavePortNumber(int port)
 {
     std::string path = Format("%svarnik.json", g_strConfigFolder.c_str());
     std::string content = Format("{\"port\":%d}", port);
-    WriteWholeFile(path, content.data(), content.size());
+    ReplaceWholeFile(path, content.data(), content.size());
 }
