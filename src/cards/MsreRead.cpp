@@ -10,6 +10,8 @@
 extern "C" int VARNIK_CALL MsreRead(char* out)
 {
     EnterLibrary();
+    if (out == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     if (const int opened = BeginOperation(context))
         return opened;

@@ -47,6 +47,8 @@ int RunPinScript(char* out, const char* request)
 extern "C" int VARNIK_CALL PinLoadMK(unsigned char* key)
 {
     EnterLibrary();
+    if (key == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     int result = BeginOperation(context);
     if (result != 0)
@@ -69,6 +71,8 @@ extern "C" int VARNIK_CALL PinLoadMK(unsigned char* key)
 extern "C" int VARNIK_CALL PinReadKey(unsigned char* out)
 {
     EnterLibrary();
+    if (out == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     int result = BeginOperation(context);
     if (result != 0)
@@ -101,6 +105,8 @@ extern "C" int VARNIK_CALL PinReadKey(unsigned char* out)
 extern "C" int VARNIK_CALL PinReadKeyClear(char* inOut)
 {
     EnterLibrary();
+    if (inOut == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     context.operationFlag = 0;
 

@@ -16,6 +16,8 @@ constexpr int PollSleepMs = 5;
 constexpr int DrainChunk = 100;
 constexpr int ErrPortUnavailable = 110;
 constexpr int ErrNoTerminal = 1538;
+// A null output buffer: the export answers this before it touches the terminal.
+constexpr int ErrNoBuffer = -1;
 constexpr int DefaultTimeoutSeconds = 30;
 
 constexpr uint8_t STX = 0x02;

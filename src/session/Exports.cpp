@@ -42,6 +42,8 @@ int QueryVersion(char* out)
 extern "C" int VARNIK_CALL getVersion(char* out)
 {
     EnterLibrary();
+    if (out == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     if (const int opened = BeginOperation(context))
         return opened;
@@ -53,6 +55,8 @@ extern "C" int VARNIK_CALL getVersion(char* out)
 extern "C" int VARNIK_CALL MsreWrite(char* buffer)
 {
     EnterLibrary();
+    if (buffer == nullptr)
+        return ErrNoBuffer;
     buffer[0] = '\0';
     return 0;
 }
