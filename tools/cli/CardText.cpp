@@ -144,6 +144,14 @@ std::string Tis620ToUtf8(const std::string& text)
     return out;
 }
 
+size_t ThaiLenWorkBytes(const std::string& text)
+{
+    size_t bytes = 0;
+    for (size_t i = 0; i < text.size(); i += static_cast<uint8_t>(text[i]) == 0xE0 ? 3 : 1)
+        ++bytes;
+    return bytes;
+}
+
 std::string TrimCardField(const std::string& field)
 {
     return TrimBlanks(field.substr(0, field.find('\0')));

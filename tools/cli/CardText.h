@@ -26,6 +26,12 @@ std::string HexDump(const ByteString& bytes);
 // other byte U+FFFD.
 std::string Tis620ToUtf8(const std::string& text);
 
+// The bytes that ThaiLen's conversion makes of `text` (each 0xE0 takes the two bytes behind it
+// into one), against the 10240 bytes of its work area: a text that fills the area makes the
+// library end the process, so the host must not pass it.
+constexpr size_t ThaiLenLimit = 10240;
+size_t ThaiLenWorkBytes(const std::string& text);
+
 // Trims a field read from the card: cut at its first NUL, then blanks off both ends.
 std::string TrimCardField(const std::string& field);
 

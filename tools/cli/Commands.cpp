@@ -235,7 +235,14 @@ int RunThaiLen(CommandContext& context)
     const LoadedLibrary* library = Load(context);
     if (!library || !Have(context, *library, library->api.ThaiLen, "ThaiLen"))
         return ExitNoLibrary;
-    context.out << library->api.ThaiLen(context.args[0].c_str()) << '\n';
+    const std::string& text = context.args[0];
+    // The library ends the process on such a text (its NUL must still fit behind it).
+    if (ThaiLenWorkBytes(text) >= ThaiLenLimit) {
+        context.err << "varnik: the text is too long for ThaiLen (at most " << ThaiLenLimit - 1
+                    << " characters).\n";
+        return ExitUsage;
+    }
+    context.out << library->api.ThaiLen(text.c_str()) << '\n';
     return ExitOk;
 }
 
