@@ -1,5 +1,6 @@
 # Tests of the Windows builds, included by the Linux test tree:
 #   windows.exports  export table, imports and version record of each built Varnik.dll
+#   windows.x86stack each x86 export pops exactly its arguments (check-x86-stack.sh)
 #   wine.session     the x64 build under Wine against the simulator (run-wine-tests.sh)
 # Each runs only where its build folder exists (and for the second, wine64 and the simulator).
 set(VARNIK_WIN64_DIR "${CMAKE_SOURCE_DIR}/build/mingw-x64" CACHE PATH
@@ -24,6 +25,13 @@ if(VARNIK_PE_OBJDUMP AND varnik_built_dlls)
   set_tests_properties(windows.exports PROPERTIES TIMEOUT 60)
 else()
   message(STATUS "Export check left out: needs x86_64-w64-mingw32-objdump and a mingw build")
+endif()
+if(VARNIK_PE_OBJDUMP AND EXISTS "${VARNIK_WIN32_DIR}")
+  add_test(NAME windows.x86stack
+           COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/check-x86-stack.sh
+                   --source ${CMAKE_CURRENT_LIST_DIR}/../..
+                   --objdump ${VARNIK_PE_OBJDUMP} ${VARNIK_WIN32_DIR}/Varnik.dll)
+  set_tests_properties(windows.x86stack PROPERTIES TIMEOUT 60)
 endif()
 
 if(VARNIK_WINE64 AND EXISTS "${VARNIK_WIN64_DIR}" AND TARGET new6210-sim)

@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# Static check of the x86 Varnik.dll, which can't run here (no 32-bit Wine): a __stdcall (or
+# __thiscall) routine pops its own arguments, and a wrong count corrupts the host's stack only
+# when it runs. So every exported routine must end each of its paths with "ret 4*argc" ("ret"
+# alone for none), the count taken from the @N of the .def file's target (the CBrelmat
+# operators take one reference), and the names that share a target must share an address.
+#
+#   check-x86-stack.sh --source <repository> [--objdump OBJDUMP] <x86 Varnik.dll>
+set -euo pipefail -f  # no globbing: export names hold "?"
+
+source_dir="" objdump="" dll=""
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --source) source_dir="$2"; shift 2 ;;
+    --objdump) objdump="$2"; shift 2 ;;
+    *) dll="$1"; shift ;;
+  esac
+done
+[ -n "$source_dir" ] && [ -n "$dll" ] || {
+  echo "usage: check-x86-stack.sh --source DIR [--objdump OBJDUMP] DLL" >&2
+  exit 2
+}
+[ -n "$objdump" ] || objdump=$(command -v x86_64-w64-mingw32-objdump || command -v objdump)
+
+failures=0
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+headers=$("$objdump" -p "$dll")
+grep -q 'pei-i386' <<<"$headers" || { echo "FAIL: $dll is not an x86 DLL"; exit 1; }
+base=$((16#$(awk '/^ImageBase/ { print $2 }' <<<"$headers")))
+
+# "name rva" per export, as check-exports.sh reads them.
+exports=$(awk '
+  /^Export Address Table --/ { table = 1; next }
+  table && /^\t\[ *[0-9]+\] \+base\[ *[0-9]+\]/ { rva[n++] = $(NF - 2); next }
+  table && /^$/ && n { table = 0 }
+  /^\[Ordinal\/Name Pointer\] Table/ { names = 1; next }
+  names && /^\t\[ *[0-9]+\]/ { sub(/^\t\[ */, ""); i = $1 + 0; sub(/^[0-9]+\] /, "");
+                              print $0, rva[i]; next }
+  names && /^$/ { names = 0 }' <<<"$headers")
+
+# "name target" per line of the .def file.
+entries=$(sed -n '/^EXPORTS/,$p' "$source_dir/src/Varnik32.def" | sed '1d; s/;.*//; s/"//g' |
+          awk 'NF { if ($2 == "=") print $1, $3; else print $1, $1 }')
+
+# Each routine's instructions, "address<TAB>text", up to the next label.
+listing=$("$objdump" -d --no-show-raw-insn "$dll")
+
+# The returns of a routine: its own rets, and those of the routines it ends in by a tail jump
+# (PinSelect ends in a jmp to PosSelect, which then pops for it).
+routine_rets() {
+  local label=$1 depth=${2:-0}
+  awk -v l="<$label>:" -v c="<$label.cold>:" '
+    /^[0-9a-f]+ </ { inside = ($2 == l || $2 == c); next }
+    inside && /\tret/ { sub(/^[^\t]*\t */, ""); sub(/ +$/, ""); gsub(/ +/, " "); print }
+    inside && /\tjmp +[0-9a-f]+ <[^+>]+>/ { match($0, /<[^>]+>/);
+                                         print "tail " substr($0, RSTART + 1, RLENGTH - 2) }' \
+    <<<"$listing" | sort -u | while read -r line; do
+      case "$line" in
+        "tail $label"*) ;;
+        tail\ *) [ "$depth" -lt 3 ] && routine_rets "${line#tail }" $((depth + 1)) ;;
+        *) echo "$line" ;;
+      esac
+    done | sort -u
+}
+
+checked=0
+while read -r name target; do
+  rva=$(awk -v n="$name" '$1 == n { print $2 }' <<<"$exports")
+  [ -n "$rva" ] || { fail "$name: not exported"; continue; }
+  address=$(printf '%x' $((base + 16#$rva)))
+  case "$target" in
+    *@[0-9]*) bytes=${target##*@} ;;
+    _ZN8CBrelmataS*) bytes=4 ;;
+    *) fail "$name: no argument size in the target $target"; continue ;;
+  esac
+  want="ret"
+  [ "$bytes" -gt 0 ] && want="ret \$0x$(printf '%x' "$bytes")"
+  # The routine's body and its split-off cold part, if the compiler made one.
+  label=$(awk -v a="$address" '$1 == a && $2 ~ /^</ { print $2; exit }' <<<"$listing" | tr -d '<>:')
+  [ -n "$label" ] || { fail "$name: no routine starts at $address"; continue; }
+  rets=$(routine_rets "$label")
+  [ -n "$rets" ] || { fail "$name: no ret in $label"; continue; }
+  [ "$rets" = "$want" ] || fail "$name ($label): returns with '$(tr '\n' ',' <<<"$rets")', expected '$want'"
+  checked=$((checked + 1))
+done <<<"$entries"
+
+# Names of one target share one address.
+while read -r target; do
+  count=$(awk -v t="$target" '$2 == t { print $1 }' <<<"$entries" |
+          while read -r name; do awk -v n="$name" '$1 == n { print $2 }' <<<"$exports"; done |
+          sort -u | wc -l)
+  [ "$count" -eq 1 ] || fail "the names of $target are at $count addresses"
+done < <(awk '{ print $2 }' <<<"$entries" | sort -u)
+
+if [ "$failures" -ne 0 ]; then
+  echo "$failures check(s) failed"
+  exit 1
+fi
+echo "$checked exports pop exactly their arguments; names of one routine share its address"
