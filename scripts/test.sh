@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the three targets (Linux, Windows x64, Windows x86) and runs
-# every test: unit, integration against the simulator, and the Wine tests of the x64 DLL.
+# every test: unit, integration against the simulator, and the Wine tests of the x64 DLL. Then
+# the unit and integration tests again under AddressSanitizer and UndefinedBehaviorSanitizer
+# (any report fails the run), and each fuzz target for a short fixed number of inputs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
 
-for preset in mingw-x64 mingw-x86 linux; do
+for preset in mingw-x64 mingw-x86 linux linux-asan fuzz; do
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset"
 done
 
 ctest --preset linux --no-tests=error "$@"
+ctest --preset linux-asan --no-tests=error "$@"
+ctest --preset fuzz --no-tests=error "$@"
