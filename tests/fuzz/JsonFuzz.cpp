@@ -1,7 +1,5 @@
-// libFuzzer target for the JSON document. Whatever the bytes, loading and reading must neither
-// crash nor write out of bounds, and a reload (copies) must read exactly as a first load (spans).
-// Build: clang++ -std=c++17 -fsanitize=fuzzer,address -Isrc -Iinclude tests/fuzz/JsonFuzz.cpp
-//        src/support/CkJsonObject.cpp src/support/Json*.cpp src/platform/PlatformPosix.cpp
+// The JSON document. Whatever the bytes, loading and reading must neither crash nor write out
+// of bounds, and a reload (copies) must read exactly as a first load (spans).
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
