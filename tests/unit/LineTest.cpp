@@ -1,0 +1,100 @@
+// The POSIX line as the driver leaves it: raw 921600 8N1 without flow control, read back
+// from the device; exclusive while open and free after; the ">" traffic line capped at the
+// byte-by-byte limit; and no descriptor kept by an open that failed.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <termios.h>
+
+#include <fstream>
+
+#include "PtyPort.h"
+#include "serial/CComPort.h"
+
+namespace {
+
+int OpenDescriptors()
+{
+    int count = 0;
+    DIR* dir = opendir("/proc/self/fd");
+    while (dir != nullptr && readdir(dir) != nullptr)
+        ++count;
+    if (dir != nullptr)
+        closedir(dir);
+    return count;
+}
+
+TEST(Line, OpenLeavesARaw921600LineWithoutFlowControl)
+{
+    PtyPort line;
+    CComPort port;
+    ASSERT_EQ(port.Open(PtyPort::Number), 1);
+    termios settings{};
+    ASSERT_EQ(tcgetattr(port.m_hPort, &settings), 0);
+    const struct {
+        const char* what;
+        bool holds;
+    } rows[] = {
+        {"921600 in", cfgetispeed(&settings) == B921600},
+        {"921600 out", cfgetospeed(&settings) == B921600},
+        {"8 data bits", (settings.c_cflag & CSIZE) == CS8},
+        {"no parity", (settings.c_cflag & PARENB) == 0},
+        {"one stop bit", (settings.c_cflag & CSTOPB) == 0},
+        {"no hardware flow control", (settings.c_cflag & CRTSCTS) == 0},
+        {"no software flow control", (settings.c_iflag & (IXON | IXOFF | IXANY)) == 0},
+        {"receiver on, modem lines ignored", (settings.c_cflag & (CREAD | CLOCAL)) == (CREAD | CLOCAL)},
+        {"no line editing or echo", (settings.c_lflag & (ICANON | ECHO | ISIG | IEXTEN)) == 0},
+        {"no input translation", (settings.c_iflag & (ICRNL | INLCR | IGNCR | ISTRIP)) == 0},
+        {"no output processing", (settings.c_oflag & OPOST) == 0},
+        {"reads never wait", settings.c_cc[VMIN] == 0 && settings.c_cc[VTIME] == 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_TRUE(row.holds) << row.what;
+}
+
+TEST(Line, AnOpenPortIsExclusiveUntilClosedAndFailedOpensKeepNoDescriptor)
+{
+    PtyPort line;
+    std::ofstream(g_strConfigFolder + "COM4") << "a file, not a line";
+    CComPort first, second;
+    ASSERT_EQ(first.Open(PtyPort::Number), 1);
+    const int before = OpenDescriptors();
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(second.Open(PtyPort::Number), 0) << "taken by the first";
+        EXPECT_EQ(second.Open(4), 0) << "no terminal line";
+        EXPECT_EQ(second.Open(77), 0) << "no such port";
+    }
+    EXPECT_EQ(OpenDescriptors(), before);
+    first.Close();
+    EXPECT_EQ(second.Open(PtyPort::Number), 1) << "free again once closed";
+    second.Close();
+    EXPECT_EQ(OpenDescriptors(), before - 1);
+}
+
+TEST(Line, TheSentLineShowsAtMostTheFirstHundredBytes)
+{
+    PtyPort line;
+    line.EnableLog();
+    CComPort port;
+    ASSERT_EQ(port.Open(PtyPort::Number), 1);
+    for (int length : {100, 101, 150}) {
+        std::vector<uint8_t> bytes(static_cast<size_t>(length), 0xAB);
+        bytes[99] = 0xCD;
+        port.Write(bytes.data(), length);
+        line.Receive();
+    }
+    const std::string log = line.LogText();
+    std::string hundred;
+    for (int i = 0; i < 99; ++i)
+        hundred += "AB:";
+    hundred += "CD\r\n";
+    size_t lines = 0;
+    for (size_t at = log.find('>'); at != std::string::npos; at = log.find('>', at + 1)) {
+        EXPECT_EQ(log.substr(at + 1, hundred.size()), hundred);
+        ++lines;
+    }
+    EXPECT_EQ(lines, 3u);
+}
+
+}  // namespace
