@@ -123,20 +123,14 @@ TEST_F(Hardening, TheSavedPortReplacesTheConfigFileWhole)
 
 TEST_F(Hardening, TheCliRefusesAThaiLenTextThatWouldEndTheProcess)
 {
-    const std::string thaiKo = "\xE0\xB8\x81";  // one column, one byte of the work area
-    std::string many;
-    for (int i = 0; i < 10239; ++i)
-        many += thaiKo;
+    std::string thai;  // 10240 characters of three bytes, one byte each in TIS-620
+    for (int i = 0; i < 10240; ++i)
+        thai += "\xE0\xB8\x81";
     const struct {
         std::string text;
         int status;
         std::string output;
-    } rows[] = {
-        {std::string(10239, 'a'), 0, "10239\n"},
-        {std::string(10240, 'a'), 1, ""},
-        {many, 0, "10239\n"},
-        {many + thaiKo, 1, ""},
-    };
+    } rows[] = {{std::string(10239, 'a'), 0, "10239\n"}, {thai, 1, ""}};
     for (const auto& row : rows) {
         std::string output;
         const int status = RunCommand(std::string("'" BINARY_DIR "/varnik' --lib '") +
