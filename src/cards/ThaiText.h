@@ -24,7 +24,8 @@ bool IsStackedThaiMark(uint8_t tis620);
 // A text that fills the area ends the process, after a log line.
 int CountThaiColumns(const char* text);
 
-// The two forms of the identity card answer; `available` is what arrived in `answer`.
+// The two forms of the identity card answer; `available` bounds what is read of `answer`
+// (ThaiIDRead gives the whole rxBuffer for the text, what arrived for the binary block).
 // Text: TIS-620 up to its first NUL (or `available`), as UTF-8 with a NUL into `out`;
 // returns the UTF-8 length. Binary: a 32-bit little-endian length and the bytes behind it;
 // copies and returns at most what arrived behind the length, never a negative count.

@@ -157,7 +157,7 @@ TEST(ThaiAnswerAsText, ConvertsUpToNulOrWhatArrived)
         {{0x80, 'x', 0xFF, 0xDB, 0xA0, 0}, 5, "x"},
         {{'1', '2', 0, '3', '4'}, 5, "12"},
         {{'1', '2', '3', '4'}, 2, "12"},  // no NUL: stops at what arrived
-        {{'Z'}, 1, "Z"},                  // a single-byte answer
+        {{'Z', 'B', 'C', 0}, 4, "ZBC"},    // one byte over an earlier reply: its rest follows
         {{'Z'}, 0, ""},
     };
     for (const auto& c : cases) {
