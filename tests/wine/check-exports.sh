@@ -29,35 +29,13 @@ done
 }
 [ -n "$objdump" ] || objdump=$(command -v x86_64-w64-mingw32-objdump || command -v objdump)
 
-failures=0
-fail() {
-  echo "FAIL: $*"
-  failures=$((failures + 1))
-}
-
-# "name target" per export of a .def file; the target is the name itself when none is given.
-def_entries() {
-  sed -n '/^EXPORTS/,$p' "$1" | sed '1d; s/;.*//; s/"//g' | awk 'NF {
-    if ($2 == "=") print $1, $3; else print $1, $1 }'
-}
+source "$(dirname "$0")/pe-tools.sh"
 
 # The C names of the Linux version script (the C++ operators stand in quotes there).
 map_c_names() {
   sed -n '/global:/,/local:/p' "$1" | grep -v '"' | tr ';' '\n' |
     sed 's/global://; s/local:.*//; s/extern.*//; s/[{} ]//g' | grep -E '^[A-Za-z_][A-Za-z0-9_]*$' |
     sort -u
-}
-
-# "name rva" per export of a DLL.
-dll_exports() {
-  "$objdump" -p "$1" | awk '
-    /^Export Address Table --/ { table = 1; next }
-    table && /^\t\[ *[0-9]+\] \+base\[ *[0-9]+\]/ { rva[n++] = $(NF - 2); next }
-    table && /^$/ && n { table = 0 }
-    /^\[Ordinal\/Name Pointer\] Table/ { names = 1; next }
-    names && /^\t\[ *[0-9]+\]/ { sub(/^\t\[ */, ""); index_ = $1 + 0; sub(/^[0-9]+\] /, "");
-                                print $0, rva[index_]; next }
-    names && /^$/ { names = 0 }'
 }
 
 for dll in "${dlls[@]}"; do
