@@ -37,6 +37,17 @@ void Simulator::OnBytes(const uint8_t* data, size_t length) {
 }
 
 void Simulator::OnSilence() {
+    if (parser_.InStream()) {
+        // The host is waiting for the closing reply of a stream that came short: say so,
+        // or it waits for ever.
+        Bytes partial = parser_.PartialStream();
+        log_.Warn("the upload of \"" + state_.upload.name + "\" stopped after " +
+                  std::to_string(partial.size()) + " of " + std::to_string(state_.upload.size) +
+                  " bytes for " + std::to_string(options_.resyncMs) + " ms: answering CAN");
+        parser_.Abandon();
+        OnStreamEnd(partial);
+        return;
+    }
     std::string dropped = parser_.Abandon();
     if (!dropped.empty()) {
         log_.Warn("dropped an incomplete " + dropped + " after " +
@@ -101,9 +112,13 @@ void Simulator::OnCancel() {
 
 void Simulator::OnStreamEnd(const Bytes& content) {
     uint32_t crc = Crc32(content.data(), content.size());
-    log_.InLine("file \"" + state_.upload.name + "\": " + std::to_string(content.size()) +
-                " bytes, CRC-32 " + Crc32Text(crc) + (crc == state_.upload.crc ? " (good)" :
-                " (announced " + Crc32Text(state_.upload.crc) + ": MISMATCH)"));
+    const PendingUpload& upload = state_.upload;
+    bool whole = content.size() == upload.size;
+    log_.InLine("file \"" + upload.name + "\": " + std::to_string(content.size()) +
+                (whole ? "" : " of " + std::to_string(upload.size)) + " bytes, CRC-32 " +
+                Crc32Text(crc) +
+                (crc == upload.crc ? " (good)"
+                                   : " (announced " + Crc32Text(upload.crc) + ": MISMATCH)"));
     Deliver(nullptr, FinishUpload(content, state_));
 }
 
