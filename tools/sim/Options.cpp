@@ -364,7 +364,9 @@ Faults, for testing how the host copes:
   --delay MS           wait MS milliseconds before every reply
   --split N:MS         send the first N bytes of each reply, pause MS, then the rest
   --byte-pace MS       send replies one byte at a time, MS apart (wins over --split)
-  --throttle[=BAUD]    pace replies as a real line would (default 921600 baud, 10 bits a byte)
+  --throttle[=BAUD]    a line of this speed (default 921600 baud, 10 bits a byte: 92160
+                       bytes/s) both ways: replies go out at its pace, and the host's bytes
+                       are taken no faster, so a host that stops writing early loses bytes
   --bad-check          framed replies carry a wrong check byte
   --siso               framed replies in the second form: SI (0F) payload SO (0E) check
   --oversize N         pad the payload of framed replies with 'X' up to N bytes

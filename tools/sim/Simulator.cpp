@@ -151,7 +151,23 @@ void Simulator::BeginStream(uint32_t length) {
     }
 }
 
-void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log) {
+bool InputPace::Took(size_t count) {
+    if (baud_ == 0 || count == 0) {
+        return true;
+    }
+    // Line time is counted from the start of the run, so rounding never adds up.
+    auto now = std::chrono::steady_clock::now();
+    auto lineFree = runStart_ + std::chrono::microseconds(runBytes_ * 10 * 1000000 / baud_);
+    if (runBytes_ == 0 || now > lineFree + IdleSlack) {
+        runStart_ = now;
+        runBytes_ = 0;
+    }
+    runBytes_ += count;
+    return SleepUntil(runStart_ + std::chrono::microseconds(runBytes_ * 10 * 1000000 / baud_));
+}
+
+void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log,
+                InputPace pace) {
     bool warnedLine = false;
     uint8_t buffer[65536];
     while (!StopRequested()) {
@@ -169,7 +185,7 @@ void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& l
             if (errno != EINTR) log.Warn("waiting for input failed");
             continue;
         }
-        ssize_t count = pty.Read(buffer, sizeof buffer);
+        ssize_t count = pty.Read(buffer, pace.ReadLimit(sizeof buffer));
         if (count < 0) {
             log.Warn("reading the pseudo-terminal failed; waiting for a stop signal");
             pty.Close();
@@ -187,5 +203,6 @@ void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& l
             warnedLine = true;
         }
         simulator.OnBytes(buffer, static_cast<size_t>(count));
+        pace.Took(static_cast<size_t>(count));
     }
 }

@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
     };
     Simulator simulator(state, writer, log, options.session, vanish);
 
-    RunSession(pty, simulator, record, log);
+    RunSession(pty, simulator, record, log, InputPace(options.faults.throttleBaud));
 
     if (!options.linkPath.empty()) {
         RemoveLink(options.linkPath, slave);
