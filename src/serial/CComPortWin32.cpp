@@ -13,7 +13,7 @@ namespace {
 constexpr DWORD ComAccess = GENERIC_READ | GENERIC_WRITE;                     // 0xC0000000
 constexpr DWORD ComAttributes = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL;  // 0x40000080
 constexpr DWORD DcbLength = 28;
-constexpr DWORD WriteTimeoutMs = 5000;
+constexpr DWORD WriteTimeoutMs = PortWriteTimeoutMs;
 constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore inserts
 constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
 constexpr DWORD UserDefaultLanguage = 0x400;
