@@ -50,10 +50,6 @@ TEST(CliFiles, UploadAFolderTreeListItAndRemoveAFile)
     ASSERT_EQ(varnik("rm " + stored, &output), 0) << output;
     ASSERT_EQ(varnik("files", &output), 0);
     EXPECT_EQ(output, "The terminal lists no files.\n");
-    ASSERT_EQ(varnik("script '{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"x\",\"image\":\"ABC\"}'", &output), 0)
-        << output;
-    EXPECT_TRUE(Contains(ReadWhole(link + ".received.files"), "stored\tx\t2\t")) << output;
-    EXPECT_EQ(varnik("upload up/nothing", &output), 1);
 }
 
 } // namespace

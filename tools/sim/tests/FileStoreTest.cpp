@@ -102,12 +102,4 @@ TEST(FileStore, UploadFaultsPickTheirFileAndEveryAnnouncementIsRecorded) {
     }
 }
 
-TEST(FileStore, ChoiceOptionsRejectBadPositions) {
-    for (const char* bad : {"--decline-upload=#0", "--fail-upload=#x", "--decline-upload=#"}) {
-        SimOptions options;
-        std::string error;
-        EXPECT_FALSE(ParseOptions({bad}, options, error)) << bad;
-    }
-}
-
 }  // namespace
