@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -31,10 +32,7 @@ int VARNIK_CALL FakeExec(char* out, const char* command)
 
 int VARNIK_CALL FakeClear(char* inOut)
 {
-    ++g_fake.calls;
-    g_fake.received = inOut;
-    std::strcpy(inOut, g_fake.reply.c_str());
-    return g_fake.result;
+    return FakeExec(inOut, inOut);  // the request is copied before the reply overwrites it
 }
 
 class ScriptCommandsTest : public ::testing::Test {
@@ -42,9 +40,7 @@ protected:
     void SetUp() override
     {
         g_fake = Fake();
-        till = fs::temp_directory_path() /
-               ("varnik-cli-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        till = fs::temp_directory_path() / ("varnik-cli-" + std::to_string(getpid()));
         fs::create_directories(till / "lib");
         fs::create_directories(till / "up" / "sub");
         std::ofstream(till / "up" / "sub" / "a.bin") << "0123456789";
