@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <pthread.h>
+#include <signal.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -37,9 +38,15 @@ int RunWhileTicking(int periodMs, const std::function<void()>& tick,
     Ticker ticker;
     ticker.periodMs = periodMs;
     ticker.tick = &tick;
+    // Ctrl-C belongs to the thread in the library's wait: the ticker starts with it blocked.
+    sigset_t interrupt, previous;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupt, &previous);
     pthread_t thread;
     // Without the thread the work still runs; only the bar stands still.
     bool started = pthread_create(&thread, nullptr, TickLoop, &ticker) == 0;
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     int result = work();
     ticker.stop = true;
     if (started)

@@ -238,10 +238,13 @@ int RunUpload(CommandContext& context)
     auto tick = [&] {
         context.out << '\r' << UploadProgressLine(source.bytes, elapsedMs(), false) << std::flush;
     };
-    std::string reply;
-    std::function<int()> work = [&] { return Exec(context, *library, document, reply); };
+    std::vector<char> reply(ReplyBufferSize, 0);
+    std::function<int()> work = [&] { return library->api.PosExec(reply.data(), document.c_str()); };
     bool bar = context.outIsTerminal && context.whileTicking;
-    int result = bar ? context.whileTicking(ProgressPeriodMs, tick, work) : work();
+    // The wait is set up (and the output flushed) before the ticks start writing.
+    int result = Waiting(context, library->api, [&] {
+        return bar ? context.whileTicking(ProgressPeriodMs, tick, work) : work();
+    });
     uint64_t tookMs = elapsedMs();
     if (bar)
         context.out << '\r' << UploadProgressLine(source.bytes, tookMs, result == 0) << '\n';
