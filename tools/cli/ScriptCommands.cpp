@@ -226,7 +226,9 @@ int RunUpload(CommandContext& context)
 
     const double wireSeconds = double(source.bytes) / LineBytesPerSecond;
     context.out << "Uploading " << path << ": " << source.bytes << " bytes"
-                << (source.folder ? " in " + std::to_string(source.files) + " files" : "")
+                << (source.folder ? " in " + std::to_string(source.files) +
+                                        (source.files == 1 ? " file" : " files")
+                                  : "")
                 << ", " << Seconds(wireSeconds) << " on the line at 921600 baud.\n"
                 << std::flush;
     const auto start = std::chrono::steady_clock::now();

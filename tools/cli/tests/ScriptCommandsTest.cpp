@@ -98,7 +98,7 @@ TEST_F(ScriptCommandsTest, EachCommandHandsOverItsDocumentAndReportsTheResult)
          ExitTerminal, "Uploading"},
         // The library prefixes "input" with its own folder.
         {"upload", (till / "up").string(), 0, "", R"({"format":"UPLOAD","input":"../up"})", ExitOk,
-         "Uploading " + (till / "up").string() + ": 10 bytes in 1 files"},
+         "Uploading " + (till / "up").string() + ": 10 bytes in 1 file,"},
         {"script", R"({"format":"PINPAD"})", 0, "DONE", R"(@{"format":"PINPAD"})", ExitOk, "DONE\n"},
         {"script", "@/no/such", -2, "", "@/no/such", ExitTerminal, "The script failed (-2)"},
         {"script", "@@doc.json", -3, "", "@@doc.json", ExitTerminal, "The script failed (-3)"},
