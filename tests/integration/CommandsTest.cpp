@@ -65,9 +65,8 @@ struct Session {
     // "$/" in a text stands for the session's folder.
     std::string At(std::string text) const
     {
-        for (size_t at; (at = text.find("$/")) != std::string::npos;)
-            text.replace(at, 1, folder.Folder());
-        return text;
+        const size_t at = text.find("$/");
+        return at == std::string::npos ? text : text.replace(at, 1, folder.Folder());
     }
     // The outcome of each announced file in order; `stored` gets "name size" of those stored.
     std::string Outcomes(std::vector<std::string>* stored = nullptr) const
@@ -81,10 +80,9 @@ struct Session {
         }
         return all;
     }
-    Bytes Wire(size_t expected) const
+    Bytes Wire(size_t expected) const  // waits a little when nothing is expected
     {
-        terminal.WaitReceived(std::max<size_t>(expected, 1), expected == 0 ? 150 : 3000);
-        return terminal.Received();
+        return terminal.WaitReceived(std::max<size_t>(expected, 1), expected == 0 ? 150 : 3000), terminal.Received();
     }
 };
 
