@@ -56,8 +56,9 @@ int VARNIK_CALL MsreCancel(void);
 int VARNIK_CALL getVersion(char* out);
 
 /* Command scripts */
-/* out: the command's text and a NUL, at most 204800 bytes. Result: 110, -1 for a null out,
- * else the command's own result (-1, -2, -3 script errors, -790 the port found closed). */
+/* out: the command's text and a NUL, at most 204800 bytes. Result: 110; -1 for a null out;
+ * else the command's own (README): 1 for VERSION, 0 or 5 done, -1 -2 -3 script and command
+ * errors, -790 the port found closed. The port stays open. */
 int VARNIK_CALL PosExec(char* out, const char* command);
 
 /* PIN pad */
@@ -67,8 +68,8 @@ int VARNIK_CALL PinLoadMK(unsigned char* key);
 /* out: the PIN block as bytes, at most 64 bytes (out[16] is always a NUL). 0, 110 or -1. */
 int VARNIK_CALL PinReadKey(unsigned char* out);
 /* inOut: the prompt in (empty for the default); out, 9 bytes: 8 bytes of PIN block and a NUL.
- * A request beginning with '@' gets the terminal's text instead, at most 128 bytes with its
- * NUL. 0, 110 or -1. */
+ * 0, 110 or -1. A request beginning with '@' gets the terminal's text instead, at most 128
+ * bytes with its NUL, and its own results: 0, -1, -2, -3 (README). */
 int VARNIK_CALL PinReadKeyClear(char* inOut);
 
 /* Magnetic stripe */

@@ -187,6 +187,8 @@ int RunCommand(char* out, const char* command)
 extern "C" int VARNIK_CALL PosExec(char* out, const char* command)
 {
     EnterLibrary();
+    if (out == nullptr)
+        return ErrNoBuffer;
     DeviceContext& context = g_context;
     int opened = OpenDevice(context);
     if (opened != 0)

@@ -39,6 +39,7 @@ TEST_F(Hardening, NullOutputBuffersAnswerMinusOneAndLeaveTheTerminalAlone)
                              "MsreRead", "MsreWrite", "EMVRead"})
         EXPECT_EQ(library.Get<BufferCall>(name)(nullptr), -1) << name;
     EXPECT_EQ(library.Get<ThaiIdCall>("ThaiIDRead")(nullptr, 0), -1);
+    EXPECT_EQ(library.Get<int(char*, const char*)>("PosExec")(nullptr, "VERSION"), -1);
     EXPECT_EQ(library.Get<LenCall>("ThaiLen")(nullptr), 0);
     EXPECT_EQ(Hex(terminal.Received()), "");
     EXPECT_FALSE(Contains(folder.LogText(), "Open Port")) << "the port was never opened";
