@@ -49,6 +49,35 @@ std::string Hex(const Bytes& bytes)
     return text;
 }
 
+Bytes TextBytes(const std::string& text)
+{
+    return Bytes(text.c_str(), text.c_str() + text.size() + 1);
+}
+
+Bytes operator+(Bytes left, const Bytes& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Bytes Frame(const std::string& head, const std::string& text, const std::string& tail)
+{
+    return HexBytes(head) + TextBytes(text) + HexBytes(tail);
+}
+
+Bytes Filled(size_t size, const Bytes& head)
+{
+    Bytes bytes(size, Unwritten);
+    std::copy(head.begin(), head.end(), bytes.begin());
+    return bytes;
+}
+
+Bytes BufferBytes(const void* buffer, size_t count)
+{
+    const uint8_t* bytes = static_cast<const uint8_t*>(buffer);
+    return Bytes(bytes, bytes + count);
+}
+
 static std::string ReadFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
@@ -115,9 +144,8 @@ bool Workspace::HasLogFolder() const
 
 // --- Simulator -----------------------------------------------------------------------------
 
-Simulator::Simulator(const std::string& link, std::vector<std::string> options) : m_link(link)
+Simulator::Simulator(const std::string& link, Options options) : m_record(link + ".received")
 {
-    m_record = link + ".received";
     std::vector<std::string> args = {SIMULATOR_PATH, "--quiet", "--link", link, "--record", m_record};
     args.insert(args.end(), options.begin(), options.end());
 
@@ -138,11 +166,12 @@ Simulator::Simulator(const std::string& link, std::vector<std::string> options) 
     }
     close(out[1]);
     // The simulator's first line is its pseudo-terminal; the link exists by then.
+    std::string pty;
     char c;
     while (read(out[0], &c, 1) == 1 && c != '\n')
-        m_pty += c;
+        pty += c;
     close(out[0]);
-    if (m_pty.empty())
+    if (pty.empty())
         throw std::runtime_error("simulator did not start");
 }
 
@@ -209,6 +238,11 @@ size_t CountOf(const Bytes& haystack, const Bytes& needle)
     return count;
 }
 
+size_t CountOf(const std::string& text, const std::string& part)
+{
+    return CountOf(Bytes(text.begin(), text.end()), Bytes(part.begin(), part.end()));
+}
+
 bool Contains(const std::string& text, const std::string& part)
 {
     return text.find(part) != std::string::npos;
@@ -227,4 +261,18 @@ int RunCommand(const std::string& command, std::string* output)
     }
     int status = pclose(pipe);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The folder is ready before the simulator starts and the library loads.
+static std::string Prepared(const Workspace& folder, const std::string& config)
+{
+    folder.EnableLog();
+    if (!config.empty())
+        folder.WriteConfig("varnik.json", config);
+    return folder.PortLink(SessionPort);
+}
+
+Session::Session(Options options, const std::string& config)
+    : terminal(Prepared(folder, config), std::move(options)), library(folder.LibraryPath())
+{
 }

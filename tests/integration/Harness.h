@@ -9,9 +9,24 @@
 #include "varnik.h"
 
 using Bytes = std::vector<uint8_t>;
+using Options = std::vector<std::string>;
+
+constexpr uint8_t Unwritten = 0x55;  // what a caller's buffer holds where nothing was written
 
 Bytes HexBytes(const std::string& hex);  // "02 34:03" -> {0x02, 0x34, 0x03}
 std::string Hex(const Bytes& bytes);     // {0x02, 0x34} -> "02 34"
+Bytes TextBytes(const std::string& text);  // with its NUL
+Bytes operator+(Bytes left, const Bytes& right);
+// A frame written out by hand: hex head, a text with its NUL, hex tail (ETX and check byte).
+Bytes Frame(const std::string& head, const std::string& text, const std::string& tail);
+// `head`, then unwritten bytes up to `size`.
+Bytes Filled(size_t size, const Bytes& head);
+Bytes BufferBytes(const void* buffer, size_t count);
+size_t CountOf(const Bytes& haystack, const Bytes& needle);  // non-overlapping
+size_t CountOf(const std::string& text, const std::string& part);
+bool Contains(const std::string& text, const std::string& part);
+// Runs a command line, returns its exit status and captures standard output.
+int RunCommand(const std::string& command, std::string* output = nullptr);
 
 // A temporary folder holding a copy of the library and a config/ folder; removed at the end.
 class Workspace {
@@ -24,15 +39,13 @@ public:
     const std::string& Folder() const { return m_folder; }
     std::string ConfigFolder() const { return m_folder + "/config/"; }
     std::string LibraryPath() const { return m_folder + "/libvarnik.so"; }
-    // The COM<N> link the library opens for port N.
-    std::string PortLink(int port) const;
+    std::string PortLink(int port) const;  // the COM<N> link the library opens for port N
 
     void WriteConfig(const std::string& name, const std::string& content) const;
     std::string ReadConfig(const std::string& name) const;  // "" if missing
     void EnableLog() const { WriteConfig("debug.json", "{\"mode\":1}"); }
     void UsePort(int port) const;  // varnik.json {"port":N}
-    // Today's log file, and whether any Log folder exists.
-    std::string LogText() const;
+    std::string LogText() const;   // today's log file
     bool HasLogFolder() const;
 
 private:
@@ -42,22 +55,18 @@ private:
 // The terminal simulator, started with extra options; its link goes where the library looks.
 class Simulator {
 public:
-    Simulator(const std::string& link, std::vector<std::string> options = {});
+    Simulator(const std::string& link, Options options = {});
     ~Simulator();
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    const std::string& PtyPath() const { return m_pty; }
-    // Everything the host sent so far.
-    Bytes Received() const;
+    Bytes Received() const;  // everything the host sent so far
     // Waits until at least `count` bytes arrived (false after `ms`).
     bool WaitReceived(size_t count, int ms = 3000) const;
 
 private:
     int m_pid = -1;
-    std::string m_pty;
     std::string m_record;
-    std::string m_link;
 };
 
 // The library, loaded by path with dlopen.
@@ -76,8 +85,15 @@ private:
     void* m_handle;
 };
 
-// Counts the (non-overlapping) occurrences of a byte sequence.
-size_t CountOf(const Bytes& haystack, const Bytes& needle);
-bool Contains(const std::string& text, const std::string& part);
-// Runs a command line, returns its exit status and captures standard output.
-int RunCommand(const std::string& command, std::string* output = nullptr);
+constexpr int SessionPort = 7;
+
+// A fresh folder with the log on and `config` as varnik.json ("" for none), the simulator on
+// COM7 and the library loaded.
+struct Session {
+    Workspace folder;
+    Simulator terminal;
+    Library library;
+    explicit Session(Options options = {}, const std::string& config = "{\"port\":7}");
+    template <typename Call>
+    Call* Get(const char* name) const { return library.Get<Call>(name); }
+};

@@ -35,6 +35,13 @@ __attribute__((noipa)) int HookedTarget(int x)
         sum = sum * 5 + i;
     return sum;
 }
+__attribute__((noipa)) int SecondTarget(int x)
+{
+    volatile int sum = x;
+    for (int i = 0; i < 4; ++i)
+        sum = sum * 7 + i;
+    return sum;
+}
 __attribute__((noipa)) int HookReplacement(int x) { return 1000 + x; }
 __attribute__((noipa)) int OtherReplacement(int x) { return 2000 + x; }
 
@@ -82,29 +89,37 @@ TEST(CodePatch, TheJumpIsEncodedForThisProcessor)
 #endif
 }
 
-TEST(HookLayer, HooksRedirectUntilExitPutsTheOriginalBack)
+TEST(HookLayer, ReHookingOneAddressKeepsOneEntryAndExitPutsTheOriginalsBack)
 {
     void* target = reinterpret_cast<void*>(&HookedTarget);
+    void* second = reinterpret_cast<void*>(&SecondTarget);
     Call volatile before = &HookedTarget;
-    const int original = before(3);
-    const std::vector<uint8_t> entry = FirstBytes(target);
+    Call volatile secondBefore = &SecondTarget;
+    const int original = before(3), secondOriginal = secondBefore(3);
+    const std::vector<uint8_t> entry = FirstBytes(target), secondEntry = FirstBytes(second);
 
     HookLayerExit();  // nothing hooked: nothing happens
     EXPECT_EQ(FirstBytes(target), entry);
-
     EXPECT_EQ(HookLayerHookFunction(target, reinterpret_cast<void*>(&HookReplacement), 0), 0);
     EXPECT_EQ(before(3), original) << "a disabled hook changes nothing";
 
     HookLayerInit();
-    EXPECT_EQ(HookLayerHookFunction(target, reinterpret_cast<void*>(&HookReplacement), 1), 1);
-    EXPECT_EQ(before(3), 1003);
-    // Hooking again must not take our own jump for the original bytes.
-    EXPECT_EQ(HookLayerHookFunction(target, reinterpret_cast<void*>(&OtherReplacement), 1), 1);
-    EXPECT_EQ(before(3), 2003);
+    // Many more hooks of one address than the layer has entries: every one must land.
+    for (int i = 0; i < 40; ++i) {
+        const bool other = i % 2 == 1;
+        void* replacement = other ? reinterpret_cast<void*>(&OtherReplacement)
+                                  : reinterpret_cast<void*>(&HookReplacement);
+        ASSERT_EQ(HookLayerHookFunction(target, replacement, 1), 1) << i;
+        EXPECT_EQ(before(3), other ? 2003 : 1003) << i;
+    }
+    ASSERT_EQ(HookLayerHookFunction(second, reinterpret_cast<void*>(&HookReplacement), 1), 1);
+    EXPECT_EQ(secondBefore(4), 1004);
 
     HookLayerExit();
     EXPECT_EQ(FirstBytes(target), entry);
+    EXPECT_EQ(FirstBytes(second), secondEntry);
     EXPECT_EQ(before(3), original);
+    EXPECT_EQ(secondBefore(3), secondOriginal);
 }
 
 TEST(Redirection, InstallHooksTheProcessPcscLibraryAndTeardownUndoesIt)

@@ -1,8 +1,5 @@
-// Port discovery: the per-device decision, and the Linux walk over a fake sysfs tree.
-//
-// An integration test that loads the library with config/varnik.json {"port":0,"name":...}
-// cannot put a fake /sys under it, so the sysfs walk is tested here only, through
-// ScanSysfsPorts with its folders pointed into a temporary directory.
+// Port discovery: the per-device decision, the pick among the marks, and the Linux walk over a
+// fake sysfs tree (an integration test cannot put a fake /sys under the library).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -27,15 +24,6 @@ Marks MarksOf(const unsigned char* table)
         if (table[i])
             marks[i] = table[i];
     return marks;
-}
-
-// The caller's choice: the lowest entry with a name match, or -1.
-int FirstMatch(const unsigned char* table)
-{
-    for (int i = 0; i < 256; ++i)
-        if (table[i] & PortMarkNameMatch)
-            return i;
-    return -1;
 }
 
 const char* const Wanted = "Terminal Port";
@@ -104,18 +92,24 @@ TEST(MarkPort, DecidesEachDevice)
     }
 }
 
-TEST(MarkPort, LowestMatchWinsWhateverTheOrder)
+// Several ports of one description: the lowest that matched the name wins.
+TEST(LowestMatchingPort, TakesTheLowestNameMatch)
 {
-    const Device com9 = {"COM9", nullptr, "usbser", Wanted};
-    const Device com3 = {"COM3", nullptr, "usbser", Wanted};
-    for (const auto& order : {std::vector<Device>{com9, com3}, std::vector<Device>{com3, com9}}) {
+    const struct {
+        Marks marks;
+        int port;
+    } rows[] = {
+        {{}, -1},
+        {{{9, 0x03}, {3, 0x03}}, 3},
+        {{{3, 0x02}, {9, 0x03}, {200, 0x03}}, 9},  // a qualifying port alone is not enough
+        {{{0, 0x01}, {1, 0x03}}, 0},
+        {{{7, 0x02}, {255, 0x03}}, 255},
+    };
+    for (const auto& row : rows) {
         unsigned char table[256] = {};
-        for (const Device& device : order) {
-            CPortInfo info = InfoOf(device);
-            MarkPort(info, Wanted, table);
-        }
-        EXPECT_EQ(MarksOf(table), (Marks{{3, 0x03}, {9, 0x03}}));
-        EXPECT_EQ(FirstMatch(table), 3);
+        for (const auto& mark : row.marks)
+            table[mark.first] = static_cast<unsigned char>(mark.second);
+        EXPECT_EQ(LowestMatchingPort(table), row.port) << row.marks.size();
     }
 }
 
@@ -221,7 +215,7 @@ TEST_F(SysfsScan, EachLinkIsAPort)
     unsigned char table[256] = {};
     EXPECT_EQ(Scan(Wanted, table), 1);
     EXPECT_EQ(MarksOf(table), (Marks{{3, 0x03}, {7, 0x03}, {12, 0x03}}));
-    EXPECT_EQ(FirstMatch(table), 3);
+    EXPECT_EQ(LowestMatchingPort(table), 3);
 }
 
 TEST_F(SysfsScan, WithoutLinksNoComPortsAndWithoutTtyClassNoList)

@@ -22,16 +22,12 @@ Bytes SentFrame()
     return Bytes(g_context.txBuffer, g_context.txBuffer + g_context.txLength);
 }
 
-Bytes TransmitFrame(const Bytes& command, uint8_t lengthByte)
+// A frame written out by hand around `command`.
+Bytes Framed(const Bytes& head, const Bytes& command, const Bytes& tail)
 {
-    Bytes frame = {0x02, 0x38, 0x01, lengthByte};
-    uint8_t check = 0x38 ^ 0x01 ^ lengthByte;
-    for (uint8_t byte : command) {
-        frame.push_back(byte);
-        check ^= byte;
-    }
-    frame.push_back(0x03);
-    frame.push_back(check);
+    Bytes frame = head;
+    frame.insert(frame.end(), command.begin(), command.end());
+    frame.insert(frame.end(), tail.begin(), tail.end());
     return frame;
 }
 
@@ -154,18 +150,19 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
     struct Case {
         const char* name;
         Bytes command;
-        uint8_t lengthByte;
+        Bytes head, tail;  // around the command: the low length byte, then ETX and check
     } cases[] = {
-        {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, 0x05},
-        {"the whole work area", Bytes(big.begin(), big.begin() + 304), 0x30},
-        {"longer than the work area", big, 0x90},
+        {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, {0x02, 0x38, 0x01, 0x05}, {0x03, 0xB0}},
+        {"the whole work area", Bytes(big.begin(), big.begin() + 304), {0x02, 0x38, 0x01, 0x30},
+         {0x03, 0x09}},
+        {"longer than the work area", big, {0x02, 0x38, 0x01, 0x90}, {0x03, 0xA9}},
     };
     for (const Case& c : cases) {
         uint8_t reply[8] = {0xEE};
         DWORD replyLength = 77;
         EXPECT_EQ(SCardTransmit(0, nullptr, c.command.data(), static_cast<DWORD>(c.command.size()),
                                 nullptr, reply, &replyLength), 0) << c.name;
-        EXPECT_EQ(SentFrame(), TransmitFrame(c.command, c.lengthByte)) << c.name;
+        EXPECT_EQ(SentFrame(), Framed(c.head, c.command, c.tail)) << c.name;
         EXPECT_EQ(reply[0], 0xEE) << c.name << ": nothing read from a closed port";
         EXPECT_EQ(replyLength, 77u) << c.name;
     }
@@ -174,7 +171,7 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
     const uint8_t unused = 0x41;
     DWORD replyLength = 0;
     SCardTransmit(0, nullptr, &unused, 0, nullptr, nullptr, &replyLength);
-    EXPECT_EQ(SentFrame(), TransmitFrame({0x00}, 0x00));
+    EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x01, 0x00, 0x00, 0x03, 0x39}));
 }
 
 }  // namespace
