@@ -1,7 +1,7 @@
-// The card and PIN exports against the simulated terminal: per export the frame on the wire,
-// the result, the caller's buffer byte for byte and the log, with the terminal's answers as rows.
+// The exports that talk to the terminal, against the simulator, and ThaiLen, which needs none.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -10,81 +10,146 @@
 
 namespace {
 
-using BytesCall = int(unsigned char*);
-using TextCall = int(char*);
 using ThaiIdCall = int(char*, int);
 using LenCall = int(const char*);
 
-const Bytes PinPadFrame = Frame("02 30 30", "pinpad.json", "03 34");
+const Bytes PinPad = Frame("02 30 30", "pinpad.json", "03 34");
+const Bytes Amount = Frame("02 30 30", "pinclear.json|Amount", "03 68");
+const Bytes Swipe = Frame("02 33 52", "Swipe Card :", "03 37");
+const Bytes Version = HexBytes("02 3B 03 3B");
+const Bytes Key = HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");
+const Bytes Emv = Frame("02 31", "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"type\":\"A\"}]}", "03 10");
+const std::string EmvAnswer = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"value\":\"DOE/JOHN\"}]}";
+const std::string Sim = "NEW6210 SIM 1.0";
+const std::string Thai = "3200=02:7F:80:A0:A1:DA:DB:DE:DF:E0:FB:FC:FF:03:00";
+const Bytes ThaiUtf8 = HexBytes("7F E0B881 E0B8BA E0B8BF E0B980 E0B99B 00");
 
-// Keypad digits to bytes: pairs of hex digits, either case; anything else counts as 0.
-TEST(Cards, PinReadKeyDecodesTheDigitsIntoTheCallersBuffer)
+Bytes ThaiId(uint8_t mode, const std::string& check)
 {
-    const struct {
-        std::string pin;  // what the keypad answers
-        Bytes head;       // out up to its NUL; out[16] is always 0
-    } rows[] = {
-        {"ABC", HexBytes("AB C0 00")},
-        {"7", HexBytes("70 00")},
-        {"abcdef", HexBytes("AB CD EF 00")},
-        {"0x12g9", HexBytes("00 12 09 00")},
-        {"00112233445566778899AABBCCDDEEFF",
-         HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF 00")},
-        // Past sixteen bytes the decode goes on; out[16] is cleared over byte 16.
-        {"0102030405060708090A0B0C0D0E0F1011121314",
-         HexBytes("01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 00 12 13 14 00")},
-        // 200 digits: the work buffer keeps 127 of them, which decode to 64 bytes and a NUL.
-        {std::string(200, 'F'), Bytes(63, 0xFF) + HexBytes("F0 00")},
-        // A refused reply (no frame) leaves the cleared work buffer: the NUL alone.
-        {"", HexBytes("00")},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.pin.substr(0, 40));
-        Session s(row.pin.empty() ? Options{"--reply", "3030=41:42:43"} : Options{"--pin", row.pin});
-        uint8_t out[100];
-        std::memset(out, Unwritten, sizeof out);
-
-        EXPECT_EQ(s.Get<BytesCall>("PinReadKey")(out), 0);
-
-        Bytes expected = Filled(sizeof out, row.head);
-        expected[16] = 0;
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(expected));
-        EXPECT_EQ(Hex(s.terminal.Received()), Hex(PinPadFrame));
-        EXPECT_EQ(CountOf(s.folder.LogText(), "Close Device was Successful"), 1u);
-    }
+    return HexBytes("02 32 00") + Bytes{mode} + Frame("", "Insert Card :", "03 " + check);
 }
 
-TEST(Cards, PinReadKeyClearSendsThePromptAndReturnsEightBytes)
+// PinReadKey's 17 bytes: the decoded head, and out[16] always cleared.
+Bytes PinOut(const Bytes& head)
 {
-    const Bytes key = HexBytes("12 34 56 78 90 AB CD EF 00");
-    const Bytes amount = Frame("02 30 30", "pinclear.json|Amount", "03 68");
+    Bytes out = Filled(17, head);
+    out[16] = 0;
+    return out;
+}
+
+// Every export that talks to the terminal, with the terminal's answers as rows: the frame on
+// the wire, the result, the caller's buffer byte for byte, the log, and a line left clean.
+// Keypad digits decode in pairs, either case, other characters as 0. Tracks become "B", the
+// field with :;<=>? as A-F, "F" and the XOR of its hex digits; a third field stands for the
+// second as it is. Thai text turns TIS-620 (A1-DA, DF-FB) into UTF-8 and drops other high
+// bytes; the binary form is a little-endian length and what arrived of it.
+TEST(Cards, EveryTerminalCallAgainstTheTerminalsAnswers)
+{
     const struct {
-        std::string prompt;
+        const char* call;
         Options options;
-        Bytes frame;
-        Bytes head;  // over the prompt; bytes behind keep what the prompt left there
+        Bytes before;  // the caller's buffer; Unwritten behind
+        int result;
+        Bytes wire;
+        Bytes after;  // written over `before`
+        std::vector<std::string> log = {};  // each once; "error [" notices all of them
+        int mode = 0;
+        size_t closes = 1;
     } rows[] = {
-        {"Amount", {}, amount, key},
-        {"", {}, Frame("02 30 30", "pinclear.json|INPUT", "03 12"), key},
-        {" ", {}, Frame("02 30 30", "pinclear.json| ", "03 64"), key},
-        {"Amount", {"--pin", "FfEeDdCcBbAa9988"}, amount, HexBytes("FF EE DD CC BB AA 99 88 00")},
-        {"Amount", {"--pin", "123"}, amount, HexBytes("12 30 00 00 00 00 00 00 00")},
-        {"Amount", {"--pin", std::string(300, '7')}, amount, Bytes(8, 0x77) + Bytes{0}},
-        {"Amount", {"--reply", "3030=31:32"}, amount, Bytes(9, 0)},  // refused
+        {"getVersion", {"--version-text", "NEW6210 V2.31"}, {}, 13, Version,
+         TextBytes("NEW6210 V2.31"), {"\tNEW6210 V2.31\r\n"}},
+        {"getVersion", {"--bad-check"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--siso"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--byte-pace", "1"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--throttle"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--delay", "300"}, {}, 15, Version, TextBytes(Sim)},
+        // Silence ends the reply after three bytes; being no frame it is not taken, and the
+        // raw bytes are what the version copies. The next call drains the tail.
+        {"getVersion", {"--split", "3:200"}, {}, 3, Version, HexBytes("02 4E 45 00"), {"\t\x02NE\r\n"}},
+        {"PinReadKey", {"--pin", "ABC"}, {}, 0, PinPad, PinOut(HexBytes("AB C0 00"))},
+        {"PinReadKey", {"--pin", "7"}, {}, 0, PinPad, PinOut(HexBytes("70 00"))},
+        {"PinReadKey", {"--pin", "abcdef"}, {}, 0, PinPad, PinOut(HexBytes("AB CD EF 00"))},
+        {"PinReadKey", {"--pin", "0x12g9"}, {}, 0, PinPad, PinOut(HexBytes("00 12 09 00"))},
+        {"PinReadKey", {"--pin", "00112233445566778899AABBCCDDEEFF"}, {}, 0, PinPad, PinOut(Key + Bytes{0})},
+        // Past sixteen bytes the decode goes on, under the cleared out[16].
+        {"PinReadKey", {"--pin", "0102030405060708090A0B0C0D0E0F1011121314"}, {}, 0, PinPad,
+         HexBytes("01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 00 12 13 14 00")},
+        // 200 digits: the work buffer keeps 127 of them, which decode to 64 bytes and a NUL.
+        {"PinReadKey", {"--pin", std::string(200, 'F')}, {}, 0, PinPad,
+         PinOut(Bytes(63, 0xFF) + HexBytes("F0 00"))},
+        {"PinReadKey", {"--reply", "3030=41:42:43"}, {}, 0, PinPad, PinOut({0})},  // refused
+        {"PinReadKeyClear", {}, TextBytes("Amount"), 0, Amount, HexBytes("12 34 56 78 90 AB CD EF 00")},
+        {"PinReadKeyClear", {}, TextBytes(""), 0, Frame("02 30 30", "pinclear.json|INPUT", "03 12"),
+         HexBytes("12 34 56 78 90 AB CD EF 00")},
+        {"PinReadKeyClear", {}, TextBytes(" "), 0, Frame("02 30 30", "pinclear.json| ", "03 64"),
+         HexBytes("12 34 56 78 90 AB CD EF 00")},
+        {"PinReadKeyClear", {"--pin", "FfEeDdCcBbAa9988"}, TextBytes("Amount"), 0, Amount,
+         HexBytes("FF EE DD CC BB AA 99 88 00")},
+        {"PinReadKeyClear", {"--pin", "123"}, TextBytes("Amount"), 0, Amount, HexBytes("12 30 00 00 00 00 00 00 00")},
+        {"PinReadKeyClear", {"--pin", std::string(300, '7')}, TextBytes("Amount"), 0, Amount,
+         Bytes(8, 0x77) + Bytes{0}},
+        {"PinReadKeyClear", {"--reply", "3030=31:32"}, TextBytes("Amount"), 0, Amount, Bytes(9, 0)},
+        // The master key goes out; the reply comes back over it: an ACK over key[0], a frame
+        // and its NUL over the start, a refused reply nowhere.
+        {"PinLoadMK", {}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"), HexBytes("06")},
+        {"PinLoadMK", {"--mk-reply", "41:42:43"}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"),
+         HexBytes("41 42 43 00")},
+        {"PinLoadMK", {"--reply", "3032=31:32"}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"), {}},
+        {"MsreRead", {}, {}, 52, Swipe, TextBytes("B4111111111111111D2512101FC|B4111111111111111D2512FC")},
+        {"MsreRead", {"--stripe", "1234=56|78|XYZ"}, {}, 14, Swipe, TextBytes("B1234D56FA|XYZ")},
+        {"MsreRead", {"--stripe", "|78|"}, {}, 6, Swipe, TextBytes("|B78FF")},
+        {"MsreRead", {"--stripe", "1234 |78  |"}, {}, 13, Swipe, TextBytes("B1234F4|B78FF")},
+        {"MsreRead", {"--stripe", ":;<=>?|0|"}, {}, 14, Swipe, TextBytes("BABCDEFF1|B0F0")},
+        {"MsreRead", {"--stripe", "ab|12 34|"}, {}, 14, Swipe, TextBytes("BabF1|B12 34F4"), {"error [ ]"}},
+        {"MsreRead", {"--stripe", "%B12^X|56|"}, {}, 15, Swipe, TextBytes("B%B12^XF8|B56F3"),
+         {"error [%]", "error [^]", "error [X]"}},
+        {"MsreRead", {"--swipe-fail"}, {}, 10, Swipe, TextBytes("READ ERROR")},  // passed on
+        {"MsreRead", {"--reply", "3352=02:03:00"}, {}, 0, Swipe, TextBytes("")},
+        // Two fields: the answer stays as it came, and so does the open port.
+        {"MsreRead", {"--stripe", "1234=56|Z8"}, {}, 10, Swipe, TextBytes("1234=56|Z8"), {"error [Z]"}, 0, 0},
+        {"EMVRead", {"--emv-name", "DOE/JOHN"}, {}, 61, Emv, TextBytes(EmvAnswer),
+         {"\t" + std::string(Emv.begin() + 2, Emv.end() - 3) + "\r\n", "\t" + EmvAnswer + "\r\n"}},
+        // Envelopes: a frame (STX ... ETX check, or SI ... SO check, the check byte unheeded)
+        // gives its payload and a NUL; one byte is handed on as it is; anything else is dropped.
+        {"EMVRead", {"--reply", "31=02:41:03:40"}, {0, 0}, 1, Emv, TextBytes("A")},
+        {"EMVRead", {"--reply", "31=02:41:03:FF"}, {0, 0}, 1, Emv, TextBytes("A")},
+        {"EMVRead", {"--reply", "31=02:03:01"}, {0, 0}, 0, Emv, TextBytes("")},
+        {"EMVRead", {"--reply", "31=0F:41:42:0E:0D"}, {0, 0}, 2, Emv, TextBytes("AB")},
+        {"EMVRead", {"--reply", "31=06"}, {0, 0}, 1, Emv, HexBytes("06")},
+        {"EMVRead", {"--reply", "31=0F:41:03:00"}, {0, 0}, 0, Emv, {}},
+        {"EMVRead", {"--reply", "31=02:03"}, {0, 0}, 0, Emv, {}},
+        {"EMVRead", {"--reply", "31=41:42:43"}, {0, 0}, 0, Emv, {}},
+        {"ThaiIDRead", {"--reply", Thai}, {}, 16, ThaiId(0, "0B"), ThaiUtf8, {}, 0},
+        {"ThaiIDRead", {"--reply", Thai}, {}, 16, ThaiId(1, "0A"), ThaiUtf8, {}, 1},
+        {"ThaiIDRead", {"--reply", Thai}, {}, 16, ThaiId(5, "0E"), ThaiUtf8, {}, 0x105},  // low byte
+        {"ThaiIDRead", {"--reply", "3200=02:31:32:00:33:03:00"}, {}, 2, ThaiId(0, "0B"), TextBytes("12")},
+        {"ThaiIDRead", {"--reply", "3200=02:10:00:00:00:41:42:03:00"}, {}, 2, ThaiId(2, "09"),
+         HexBytes("41 42"), {}, 2},  // says 16
+        {"ThaiIDRead", {"--reply", "3200=02:02:00:00:00:41:42:43:03:00"}, {}, 2, ThaiId(3, "08"),
+         HexBytes("41 42"), {}, 3},
+        {"ThaiIDRead", {"--reply", "3200=02:FF:FF:FF:FF:41:03:00"}, {}, 0, ThaiId(2, "09"), {}, {}, 2},
+        {"ThaiIDRead", {"--reply", "3200=02:03:00:00:03:00"}, {}, 0, ThaiId(2, "09"), {}, {}, 2},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.prompt + (row.options.empty() ? "" : " " + row.options[1].substr(0, 20)));
+        SCOPED_TRACE(std::string(row.call) + " " + (row.options.empty() ? "" : row.options.back().substr(0, 40)));
         Session s(row.options);
-        char inOut[32];
-        std::memset(inOut, Unwritten, sizeof inOut);
-        std::memcpy(inOut, row.prompt.c_str(), row.prompt.size() + 1);
+        Bytes buffer = Filled(128, row.before);
 
-        EXPECT_EQ(s.Get<TextCall>("PinReadKeyClear")(inOut), 0);
+        EXPECT_EQ(CallExport(s.library, row.call, buffer.data(), row.mode), row.result);
 
-        EXPECT_EQ(Hex(s.terminal.Received()), Hex(row.frame));
-        Bytes expected = Filled(sizeof inOut, TextBytes(row.prompt));
-        std::copy(row.head.begin(), row.head.end(), expected.begin());
-        EXPECT_EQ(Hex(BufferBytes(inOut, sizeof inOut)), Hex(expected));
+        Bytes expected = Filled(128, row.before);
+        std::copy(row.after.begin(), row.after.end(), expected.begin());
+        EXPECT_EQ(Hex(buffer), Hex(expected));
+        EXPECT_EQ(Hex(s.terminal.Received()), Hex(row.wire));
+        const std::string log = s.folder.LogText();
+        for (const std::string& line : row.log)
+            EXPECT_EQ(CountOf(log, line), 1u) << line;
+        const auto notices = std::count_if(row.log.begin(), row.log.end(), [](const std::string& line) {
+            return line.rfind("error [", 0) == 0;
+        });
+        EXPECT_EQ(CountOf(log, "error ["), static_cast<size_t>(notices));
+        EXPECT_EQ(CountOf(log, "Close Device was "), row.closes);
+        EXPECT_EQ(s.Get<int()>("PosSelect")(), 0);
     }
 }
 
@@ -93,132 +158,11 @@ TEST(Cards, PinReadKeyClearScriptRequestsAreRefusedForNow)
     Session s;
     char inOut[64] = "@{\"format\":\"FILE\",\"cmd\":\"list\"}";
 
-    EXPECT_EQ(s.Get<TextCall>("PinReadKeyClear")(inOut), -1);
+    EXPECT_EQ(s.Get<int(char*)>("PinReadKeyClear")(inOut), -1);
 
     EXPECT_EQ(inOut[0], 0);  // the empty reply text
     EXPECT_TRUE(s.terminal.Received().empty());
     EXPECT_EQ(CountOf(s.folder.LogText(), "Close Device was "), 1u);
-}
-
-TEST(Cards, PinLoadMKSendsTheKeyAndTheReplyOverwritesIt)
-{
-    const Bytes key = HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");
-    const struct {
-        Options options;
-        Bytes start;  // what the reply puts at the head of the buffer
-    } rows[] = {
-        {{}, HexBytes("06")},                                   // ACK: key[0] only
-        {{"--mk-reply", "41:42:43"}, HexBytes("41 42 43 00")},  // a frame and its NUL
-        {{"--reply", "3032=31:32"}, {}},                        // refused: nothing
-    };
-    for (const auto& row : rows) {
-        Session s(row.options);
-        uint8_t buffer[20];
-        std::memset(buffer, Unwritten, sizeof buffer);
-        std::memcpy(buffer, key.data(), key.size());
-
-        EXPECT_EQ(s.Get<BytesCall>("PinLoadMK")(buffer), 0);
-
-        EXPECT_EQ(Hex(s.terminal.Received()), Hex(HexBytes("02 30 32") + key + HexBytes("03 02")));
-        Bytes expected = Filled(sizeof buffer, key);
-        std::copy(row.start.begin(), row.start.end(), expected.begin());
-        EXPECT_EQ(Hex(BufferBytes(buffer, sizeof buffer)), Hex(expected));
-    }
-}
-
-// Each track becomes "B", the field with :;<=>? as A-F, "F" and the XOR of its hex digits;
-// a third field stands for the second as it is.
-TEST(Cards, MsreReadRendersTheTracksOrPassesTheAnswerOn)
-{
-    const struct {
-        Options options;
-        std::string text;
-        std::vector<std::string> notices;  // in the log, one per character that is no digit
-        size_t closes;
-    } rows[] = {
-        {{}, "B4111111111111111D2512101FC|B4111111111111111D2512FC", {}, 1},
-        {{"--stripe", "1234=56|78|XYZ"}, "B1234D56FA|XYZ", {}, 1},
-        {{"--stripe", "|78|"}, "|B78FF", {}, 1},
-        {{"--stripe", "1234 |78  |"}, "B1234F4|B78FF", {}, 1},
-        {{"--stripe", ":;<=>?|0|"}, "BABCDEFF1|B0F0", {}, 1},
-        {{"--stripe", "ab|12 34|"}, "BabF1|B12 34F4", {"error [ ]"}, 1},
-        {{"--stripe", "%B12^X|56|"}, "B%B12^XF8|B56F3", {"error [%]", "error [^]", "error [X]"}, 1},
-        {{"--swipe-fail"}, "READ ERROR", {}, 1},        // no fields: passed on as it is
-        {{"--reply", "3352=02:03:00"}, "", {}, 1},      // an empty answer
-        // Two fields: the answer stays in the buffer and the port open.
-        {{"--stripe", "1234=56|Z8"}, "1234=56|Z8", {"error [Z]"}, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        Session s(row.options);
-        char out[128];
-        std::memset(out, Unwritten, sizeof out);
-
-        EXPECT_EQ(s.Get<TextCall>("MsreRead")(out), static_cast<int>(row.text.size()));
-
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, TextBytes(row.text))));
-        EXPECT_EQ(Hex(s.terminal.Received()), Hex(Frame("02 33 52", "Swipe Card :", "03 37")));
-        const std::string log = s.folder.LogText();
-        for (const std::string& notice : row.notices)
-            EXPECT_EQ(CountOf(log, notice + "\r\n"), 1u) << notice;
-        EXPECT_EQ(CountOf(log, "error ["), row.notices.size());
-        EXPECT_EQ(CountOf(log, "Close Device was "), row.closes);
-    }
-}
-
-TEST(Cards, EMVReadAsksForTheCardholderNameAndReturnsTheAnswer)
-{
-    Session s({"--emv-name", "DOE/JOHN"});
-    char out[256];
-    std::memset(out, Unwritten, sizeof out);
-
-    const std::string answer = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"value\":\"DOE/JOHN\"}]}";
-    EXPECT_EQ(s.Get<TextCall>("EMVRead")(out), static_cast<int>(answer.size()));
-
-    EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, TextBytes(answer))));
-    const std::string request = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"type\":\"A\"}]}";
-    EXPECT_EQ(Hex(s.terminal.Received()), Hex(Frame("02 31", request, "03 10")));
-    const std::string log = s.folder.LogText();
-    EXPECT_TRUE(Contains(log, "\t" + request + "\r\n"));
-    EXPECT_TRUE(Contains(log, "\t" + answer + "\r\n"));
-}
-
-// Text form (modes 0 and 1): TIS-620 Thai (A1-DA, DF-FB) to UTF-8, other high bytes dropped,
-// up to a NUL or what arrived. Binary form (2 and 3): a little-endian length, then as many
-// bytes as that says and arrived, no terminator.
-TEST(Cards, ThaiIDReadSendsTheModeByteAndAnswersInTextOrBinaryForm)
-{
-    const std::string thai = "3200=02:7F:80:A0:A1:DA:DB:DE:DF:E0:FB:FC:FF:03:00";
-    const Bytes thaiUtf8 = HexBytes("7F E0B881 E0B8BA E0B8BF E0B980 E0B99B 00");
-    const struct {
-        int mode;
-        std::string reply;
-        int result;
-        Bytes head;
-        std::string check;  // the frame's check byte
-    } rows[] = {
-        {0, thai, 16, thaiUtf8, "0B"},
-        {1, thai, 16, thaiUtf8, "0A"},
-        {0x105, thai, 16, thaiUtf8, "0E"},  // the low byte goes out
-        {0, "3200=02:31:32:00:33:03:00", 2, TextBytes("12"), "0B"},
-        {2, "3200=02:10:00:00:00:41:42:03:00", 2, HexBytes("41 42"), "09"},  // says 16
-        {3, "3200=02:02:00:00:00:41:42:43:03:00", 2, HexBytes("41 42"), "08"},
-        {2, "3200=02:FF:FF:FF:FF:41:03:00", 0, {}, "09"},  // says -1
-        {2, "3200=02:03:00:00:03:00", 0, {}, "09"},        // not even a length
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(row.mode) + " " + row.reply);
-        Session s({"--reply", row.reply});
-        char out[32];
-        std::memset(out, Unwritten, sizeof out);
-
-        EXPECT_EQ(s.Get<ThaiIdCall>("ThaiIDRead")(out, row.mode), row.result);
-
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, row.head)));
-        EXPECT_EQ(Hex(s.terminal.Received()),
-                  Hex(HexBytes("02 32 00") + Bytes{static_cast<uint8_t>(row.mode)} +
-                      Frame("", "Insert Card :", "03 " + row.check)));
-    }
 }
 
 TEST(Cards, ThaiIDReadOfTheSimulatedCardInBothForms)

@@ -55,12 +55,9 @@ TEST(Cli, EachCommandAgainstTheSimulator)
         std::string file = "", fileStart = "";  // a file written, and how it starts
     } rows[] = {
         {"probe", "", {}, 3, {NoPort}},
-        {"checkport 3", "", {}, 3, {NoPort}},
         {"checkport 7", "", {}, 0, {Answered}, "", "config/varnik.json", Port7},
         {"checkport 7", "", {"--silent"}, 3, {"No terminal answered (1538).\n"}},
         {"probe", Port7, {}, 0, {Answered}},
-        {"checkport seven", Port7, {}, 1, {""}},
-        {"nosuchcommand", Port7, {}, 1, {""}},
         {"version", Port7, {"--version-text", "NEW6210 TEST 2.4"}, 0, {"NEW6210 TEST 2.4\n"}},
         {"swipe", Port7, {}, 0,
          {"Swipe a card on the terminal.\nB4111111111111111D2512101FC|B4111111111111111D2512FC\n"
@@ -76,7 +73,6 @@ TEST(Cli, EachCommandAgainstTheSimulator)
         {"thaiid --mode 2 --out card.bin", Port7, {}, 0,
          {"00000000  31 32 33 34 35 36 37 38  39 30 31 32 31 7C", " bytes to card.bin.\n"}, "",
          "card.bin", "1234567890121|"},
-        {"pcsc readers", Port7, {}, 0, {"NEW6210 Reader Card\n"}},
         {"pcsc atr", Port7, {}, 0,
          {"Reader:       NEW6210 Reader Card\nATR:          3B 68 00 00 54 48 20 4E 49 44 20 36\n"}},
         {"pcsc apdu 00A4040008A000000054480001", Port7, {}, 0, {"Reader:       NEW6210 Reader Card\n", "< SW 61 0A\n> 00 C0 00 00 0A\n< "}},

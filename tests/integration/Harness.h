@@ -19,7 +19,7 @@ Bytes TextBytes(const std::string& text);  // with its NUL
 Bytes operator+(Bytes left, const Bytes& right);
 // A frame written out by hand: hex head, a text with its NUL, hex tail (ETX and check byte).
 Bytes Frame(const std::string& head, const std::string& text, const std::string& tail);
-// `head`, then unwritten bytes up to `size`.
+// `head`, then unwritten bytes up to `size` (if it is longer).
 Bytes Filled(size_t size, const Bytes& head);
 Bytes BufferBytes(const void* buffer, size_t count);
 size_t CountOf(const Bytes& haystack, const Bytes& needle);  // non-overlapping
@@ -44,7 +44,6 @@ public:
     void WriteConfig(const std::string& name, const std::string& content) const;
     std::string ReadConfig(const std::string& name) const;  // "" if missing
     void EnableLog() const { WriteConfig("debug.json", "{\"mode\":1}"); }
-    void UsePort(int port) const;  // varnik.json {"port":N}
     std::string LogText() const;   // today's log file
     bool HasLogFolder() const;
 
@@ -84,6 +83,9 @@ public:
 private:
     void* m_handle;
 };
+
+// Calls the export `name` that fills a caller's buffer; `mode` is ThaiIDRead's.
+int CallExport(const Library& library, const std::string& name, uint8_t* buffer, int mode = 0);
 
 constexpr int SessionPort = 7;
 

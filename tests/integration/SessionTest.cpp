@@ -1,10 +1,9 @@
-// The session exports against the simulator: probe and port check under all their names, the
-// version however the line delivers it, cancels, and what needs no terminal at all.
+// The session exports against the simulator: probe and port check under all their names,
+// cancels, and what needs no terminal at all.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
-#include <functional>
 #include <thread>
 
 #include "Harness.h"
@@ -14,7 +13,6 @@ namespace {
 using VoidCall = int();
 using PortCall = int(int);
 using TextCall = int(char*);
-using BytesCall = int(unsigned char*);
 
 const std::string Probe = "02 34 03 34";
 const Bytes VersionFrame = HexBytes("02 3B 03 3B");
@@ -72,74 +70,31 @@ TEST(Session, ProbeAndPortCheckUnderEveryName)
     }
 }
 
-// The version's text, whatever the line does to the reply; the next call finds a clean line.
-TEST(Session, GetVersionCopiesTheAnswerHoweverItArrives)
-{
-    const std::string standard = "NEW6210 SIM 1.0";
-    const struct {
-        Options options;
-        int result;
-        Bytes text;  // in the buffer, NUL included, and in the log
-    } rows[] = {
-        {{"--version-text", "NEW6210 V2.31"}, 13, TextBytes("NEW6210 V2.31")},
-        {{"--bad-check"}, 15, TextBytes(standard)},
-        {{"--siso"}, 15, TextBytes(standard)},
-        {{"--byte-pace", "1"}, 15, TextBytes(standard)},
-        {{"--throttle"}, 15, TextBytes(standard)},
-        {{"--delay", "300"}, 15, TextBytes(standard)},
-        // Silence ends the reply after three bytes; being no frame it is not taken, and the
-        // raw bytes are what the version copies. The next call drains the tail.
-        {{"--split", "3:200"}, 3, HexBytes("02 4E 45 00")},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.options[0]);
-        Session s(row.options);
-        char out[64];
-        std::memset(out, Unwritten, sizeof out);
-
-        EXPECT_EQ(s.Get<TextCall>("getVersion")(out), row.result);
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, row.text)));
-        EXPECT_TRUE(Contains(s.folder.LogText(),
-                             "\t" + std::string(row.text.begin(), row.text.end() - 1) + "\r\n"));
-
-        EXPECT_EQ(s.Get<VoidCall>("PosSelect")(), 0);
-        EXPECT_EQ(Hex(s.terminal.Received()), Hex(VersionFrame + HexBytes(Probe)));
-    }
-}
-
 // A cancel while a call waits puts exactly one CAN on the line, and the terminal's answer ends
 // the wait; one given between calls is wiped by the next open and never reaches the line.
 TEST(Session, PosCancelDuringAWaitAndBetweenCalls)
 {
-    const std::function<int(Session&, char*)> version = [](Session& s, char* out) {
-        return s.Get<TextCall>("getVersion")(out);
-    };
     const struct {
-        const char* what;
+        const char* call;
         Options options;
-        std::function<int(Session&, char*)> call;
         Bytes frame;
         bool during;
         int result;
         Bytes head;
     } rows[] = {
-        {"version", {"--hold", "3B"}, version, VersionFrame, true, 1, HexBytes("18 00")},
-        {"swipe", {"--swipe-wait"},
-         [](Session& s, char* out) { return s.Get<TextCall>("MsreRead")(out); },
-         Frame("02 33 52", "Swipe Card :", "03 37"), true, 1, HexBytes("18 00")},  // no field
+        {"getVersion", {"--hold", "3B"}, VersionFrame, true, 1, HexBytes("18 00")},
+        {"MsreRead", {"--swipe-wait"}, Frame("02 33 52", "Swipe Card :", "03 37"), true, 1,
+         HexBytes("18 00")},  // no field
         // The terminal's CAN is one non-digit for the keypad: a zero byte, the NUL, out[16].
-        {"pin", {"--pin-wait"},
-         [](Session& s, char* out) { return s.Get<BytesCall>("PinReadKey")(reinterpret_cast<unsigned char*>(out)); },
-         Frame("02 30 30", "pinpad.json", "03 34"), true, 0,
+        {"PinReadKey", {"--pin-wait"}, Frame("02 30 30", "pinpad.json", "03 34"), true, 0,
          HexBytes("00 00 55 55 55 55 55 55 55 55 55 55 55 55 55 55 00")},
-        {"between calls", {}, version, VersionFrame, false, 15, TextBytes("NEW6210 SIM 1.0")},
+        {"getVersion", {}, VersionFrame, false, 15, TextBytes("NEW6210 SIM 1.0")},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(std::string(row.call) + (row.during ? " during" : " before"));
         Session s(row.options);
         auto cancel = s.Get<VoidCall>(row.during ? "PinCancel" : "MsreCancel");
-        char out[32];
-        std::memset(out, Unwritten, sizeof out);
+        Bytes out = Filled(32, {});
         out[1] = 0;  // a text for MsreRead to measure, which the terminal's CAN does not end
 
         std::thread canceller;
@@ -152,12 +107,12 @@ TEST(Session, PosCancelDuringAWaitAndBetweenCalls)
         } else {
             EXPECT_EQ(cancel(), 0);
         }
-        const int result = row.call(s, out);
+        const int result = CallExport(s.library, row.call, out.data());
         if (canceller.joinable())
             canceller.join();
 
         EXPECT_EQ(result, row.result);
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, row.head)));
+        EXPECT_EQ(Hex(out), Hex(Filled(32, row.head)));
         const std::string log = s.folder.LogText();
         EXPECT_TRUE(Contains(log, "Pos Cancel "));
         EXPECT_EQ(CountOf(log, ">18"), row.during ? 1u : 0u) << log;
@@ -181,48 +136,19 @@ TEST(Session, AnOversizedReplyNeverRunsPastTheReceiveBuffer)
 
 // Without a port every export that fills a buffer answers 110 and leaves it alone; the stripe
 // write stub clears the first byte. With the log off no Log folder appears.
-TEST(Session, WithoutAPortBuffersStayUntouched)
+TEST(Session, WithoutAPortBuffersStayUntouchedAndNamesOfOneRoutineShareOneAddress)
 {
     Workspace quiet;
     Library library(quiet.LibraryPath());
-    const auto bytes = [&](const char* name) -> std::function<int(char*)> {
-        auto call = library.Get<BytesCall>(name);
-        return [call](char* b) { return call(reinterpret_cast<unsigned char*>(b)); };
-    };
-    const auto text = [&](const char* name) -> std::function<int(char*)> {
-        return library.Get<TextCall>(name);
-    };
-    auto thaiId = library.Get<int(char*, int)>("ThaiIDRead");
-    const struct {
-        const char* name;
-        std::function<int(char*)> call;
-        int result;
-        Bytes head;
-    } rows[] = {
-        {"getVersion", text("getVersion"), 110, TextBytes("A")},
-        {"PinLoadMK", bytes("PinLoadMK"), 110, TextBytes("A")},
-        {"PinReadKey", bytes("PinReadKey"), 110, TextBytes("A")},
-        {"PinReadKeyClear", text("PinReadKeyClear"), 110, TextBytes("A")},
-        {"MsreRead", text("MsreRead"), 110, TextBytes("A")},
-        {"EMVRead", text("EMVRead"), 110, TextBytes("A")},
-        {"ThaiIDRead", [thaiId](char* b) { return thaiId(b, 0); }, 110, TextBytes("A")},
-        {"MsreWrite", text("MsreWrite"), 0, HexBytes("00 00")},
-    };
-    for (const auto& row : rows) {
-        char buffer[20];
-        const Bytes before = Filled(sizeof buffer, TextBytes("A"));
-        std::memcpy(buffer, before.data(), sizeof buffer);
-        EXPECT_EQ(row.call(buffer), row.result) << row.name;
-        EXPECT_EQ(Hex(BufferBytes(buffer, sizeof buffer)), Hex(Filled(sizeof buffer, row.head)))
-            << row.name;
+    for (const char* name : {"getVersion", "PinLoadMK", "PinReadKey", "PinReadKeyClear", "MsreRead",
+                             "EMVRead", "ThaiIDRead", "MsreWrite"}) {
+        const bool stub = std::string(name) == "MsreWrite";
+        Bytes buffer = Filled(20, TextBytes("A"));
+        EXPECT_EQ(CallExport(library, name, buffer.data()), stub ? 0 : 110) << name;
+        EXPECT_EQ(Hex(buffer), Hex(Filled(20, stub ? HexBytes("00 00") : TextBytes("A")))) << name;
     }
     EXPECT_FALSE(quiet.HasLogFolder());
-}
 
-TEST(Session, NamesOfOneRoutineShareOneAddressAndInternalsStayInside)
-{
-    Workspace folder;
-    Library library(folder.LibraryPath());
     EXPECT_EQ(library.Symbol("PinSelect"), library.Symbol("MsreSelect"));
     EXPECT_EQ(library.Symbol("PinCheckPort"), library.Symbol("MsreCheckPort"));
     EXPECT_EQ(library.Symbol("PosCancel"), library.Symbol("PinCancel"));
@@ -231,7 +157,7 @@ TEST(Session, NamesOfOneRoutineShareOneAddressAndInternalsStayInside)
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(copy, library.Symbol("_ZN8CBrelmataSEOS_"));
     EXPECT_NE(library.Symbol("PosSelect"), library.Symbol("PinSelect"));
-    EXPECT_EQ(library.Symbol("OpenDevice"), nullptr);
+    EXPECT_EQ(library.Symbol("OpenDevice"), nullptr);  // internals stay inside
     EXPECT_EQ(library.Symbol("WriteLog"), nullptr);
 }
 

@@ -73,22 +73,6 @@ TEST(CodePatch, AJumpOverTheEntryCatchesCallsThroughEarlierPointers)
 #endif
 }
 
-TEST(CodePatch, TheJumpIsEncodedForThisProcessor)
-{
-#if defined(__i386__) || defined(__x86_64__)
-    uint8_t code[JumpRoom];
-    const auto at = reinterpret_cast<const void*>(uintptr_t{0x10000000});
-    const auto to = reinterpret_cast<const void*>(uintptr_t{0x0FFFF000});
-    ASSERT_EQ(EncodeJump(code, at, to), JumpLength);
-#if defined(__i386__)
-    EXPECT_EQ(FirstBytes(code, 5), (std::vector<uint8_t>{0xE9, 0xFB, 0xEF, 0xFF, 0xFF}));
-#else
-    EXPECT_EQ(FirstBytes(code, 14), (std::vector<uint8_t>{0xFF, 0x25, 0, 0, 0, 0, 0x00, 0xF0,
-                                                           0xFF, 0x0F, 0, 0, 0, 0}));
-#endif
-#endif
-}
-
 TEST(HookLayer, ReHookingOneAddressKeepsOneEntryAndExitPutsTheOriginalsBack)
 {
     void* target = reinterpret_cast<void*>(&HookedTarget);
@@ -144,15 +128,17 @@ TEST(Redirection, InstallHooksTheProcessPcscLibraryAndTeardownUndoesIt)
                        g_redirection.realStatus})
         EXPECT_NE(real, nullptr);
 
-    Pcsc::SCARDCONTEXT context = 0;
-    EXPECT_EQ(establish(0, nullptr, nullptr, &context), 0);
-    EXPECT_EQ(context, 1234);
-    Pcsc::DWORD size = 0;
-    EXPECT_EQ(list(context, nullptr, nullptr, &size), 0);
-    EXPECT_EQ(size, 21u);
-
-    ASSERT_EQ(InstallRedirection(), 1) << "a second installation does it all again";
-    EXPECT_EQ(establish(0, nullptr, nullptr, &context), 0);
+    for (int installation = 0; installation < 2; ++installation) {
+        if (installation == 1) {
+            ASSERT_EQ(InstallRedirection(), 1) << "a second installation does it all again";
+        }
+        Pcsc::SCARDCONTEXT context = 0;
+        Pcsc::DWORD size = 0;
+        EXPECT_EQ(establish(0, nullptr, nullptr, &context), 0);
+        EXPECT_EQ(context, 1234);
+        EXPECT_EQ(list(context, nullptr, nullptr, &size), 0);
+        EXPECT_EQ(size, 21u);
+    }
 
     TeardownRedirection();
     EXPECT_EQ(g_redirection.winscardModule, nullptr);

@@ -188,48 +188,40 @@ protected:
     fs::path m_root, m_sys, m_dev, m_config;
 };
 
-TEST_F(SysfsScan, MarksPortsByDescriptionAndDriver)
+// COM7 matches; COM1 is on the built-in driver and COM8 has none; ttyACM0, with no COM link,
+// is no COM port and lands on 255 as on Windows. Its interface string stands before its
+// product string, so "Modem" matches nothing. Every link is a port of its own.
+TEST_F(SysfsScan, MarksPortsByDescriptionDriverAndLink)
 {
-    // COM7 matches; COM1 is on the built-in driver and COM8 has none; ttyACM0, with no COM
-    // link, is no COM port and lands on 255 as on Windows. Its interface string stands before
-    // its product string, so "Modem" matches nothing.
     const struct {
         const char* name;
+        const char* link;  // another link in the config folder, to the device beside it
+        const char* device;
         Marks marks;
     } cases[] = {
-        {"terminal port", {{7, 0x03}, {255, 0x03}}},
-        {"Modem", {{7, 0x02}, {255, 0x02}}},
+        {"terminal port", nullptr, nullptr, {{7, 0x03}, {255, 0x03}}},
+        {"Modem", nullptr, nullptr, {{7, 0x02}, {255, 0x02}}},
+        {Wanted, "COM12", "ttyUSB0", {{7, 0x03}, {12, 0x03}, {255, 0x03}}},
+        {Wanted, "COM07", "ttyUSB0", {{7, 0x03}, {255, 0x03}}},  // not a name the driver opens
+        {Wanted, "COM3", "ttyACM0", {{3, 0x03}, {7, 0x03}}},
     };
     for (const auto& c : cases) {
+        if (c.link != nullptr)
+            fs::create_symlink(m_dev / c.device, m_config / c.link);
         unsigned char table[256] = {};
         EXPECT_EQ(Scan(c.name, table), 1) << c.name;
-        EXPECT_EQ(MarksOf(table), c.marks) << c.name;
+        EXPECT_EQ(MarksOf(table), c.marks) << c.name << " " << (c.link ? c.link : "");
+        if (c.link != nullptr)
+            fs::remove(m_config / c.link);
     }
-}
 
-TEST_F(SysfsScan, EachLinkIsAPort)
-{
-    fs::create_symlink(m_dev / "ttyUSB0", m_config / "COM12");
-    fs::create_symlink(m_dev / "ttyUSB0", m_config / "COM07");  // not a name the driver opens
-    fs::create_symlink(m_dev / "ttyACM0", m_config / "COM3");
     unsigned char table[256] = {};
-    EXPECT_EQ(Scan(Wanted, table), 1);
-    EXPECT_EQ(MarksOf(table), (Marks{{3, 0x03}, {7, 0x03}, {12, 0x03}}));
-    EXPECT_EQ(LowestMatchingPort(table), 3);
-}
-
-TEST_F(SysfsScan, WithoutLinksNoComPortsAndWithoutTtyClassNoList)
-{
-    unsigned char table[256] = {};
-    EXPECT_EQ(ScanSysfsPorts(Wanted, table, m_sys.string(), (m_root / "none").string(),
-                             m_dev.string()),
-              1);
-    EXPECT_EQ(MarksOf(table), (Marks{{255, 0x03}}));
-
+    EXPECT_EQ(ScanSysfsPorts(Wanted, table, m_sys.string(), (m_root / "none").string(), m_dev.string()), 1);
+    EXPECT_EQ(MarksOf(table), (Marks{{255, 0x03}})) << "without links no COM ports";
     fs::remove_all(m_sys / "class");
     unsigned char untouched[256] = {};
     EXPECT_EQ(Scan(Wanted, untouched), 0);
-    EXPECT_EQ(MarksOf(untouched), Marks{});
+    EXPECT_EQ(MarksOf(untouched), Marks{}) << "without the tty class no list";
 }
 
 }  // namespace

@@ -67,38 +67,36 @@ struct ClosedPort : ::testing::Test {
     }
 };
 
+// The count stays the name's length; a closing NUL only where the capacity has room for it.
 TEST_F(ClosedPort, ListReadersFillsBuffersQueriesAndAllocatedLists)
 {
-    const Bytes name = {'N', 'E', 'W', '6', '2', '1', '0', ' ', 'R', 'e',
-                        'a', 'd', 'e', 'r', ' ', 'C', 'a', 'r', 'd', 0};
-    struct Case {
+    const Bytes list = {'N', 'E', 'W', '6', '2', '1', '0', ' ', 'R', 'e', 'a',
+                        'd', 'e', 'r', ' ', 'C', 'a', 'r', 'd', 0, 0};
+    const struct {
         DWORD capacity;
-        bool closingNul;
-    } cases[] = {{0, false}, {20, false}, {21, true}, {64, true}};
-    for (const Case& c : cases) {
+        size_t written;  // bytes of the list
+    } cases[] = {{0, 20}, {20, 20}, {21, 21}, {64, 21}};
+    for (const auto& c : cases) {
         char buffer[32];
         std::memset(buffer, 0x55, sizeof buffer);
         DWORD count = c.capacity;
         EXPECT_EQ(SCardListReaders(0, nullptr, buffer, &count), 0);
         EXPECT_EQ(count, 19u) << c.capacity;
-        EXPECT_EQ(Bytes(buffer, buffer + 20), name) << c.capacity;
-        EXPECT_EQ(buffer[20], c.closingNul ? 0 : 0x55) << c.capacity;
-        EXPECT_EQ(buffer[21], 0x55) << c.capacity;
+        Bytes expected(list.begin(), list.begin() + static_cast<long>(c.written));
+        expected.resize(sizeof buffer, 0x55);
+        EXPECT_EQ(Bytes(buffer, buffer + sizeof buffer), expected) << c.capacity;
     }
-
     DWORD count = 5;
     EXPECT_EQ(SCardListReaders(0, nullptr, nullptr, &count), 0);
     EXPECT_EQ(count, 21u) << "size of the list with both NULs";
 
-    char* list = nullptr;
+    char* allocated = nullptr;
     count = SCARD_AUTOALLOCATE;
-    EXPECT_EQ(SCardListReaders(0, nullptr, reinterpret_cast<char*>(&list), &count), 0);
-    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(SCardListReaders(0, nullptr, reinterpret_cast<char*>(&allocated), &count), 0);
+    ASSERT_NE(allocated, nullptr);
     EXPECT_EQ(count, 21u);
-    Bytes expected = name;
-    expected.push_back(0);
-    EXPECT_EQ(Bytes(list, list + 21), expected);
-    std::free(list);  // what pcsc-lite's SCardFreeMemory does with it
+    EXPECT_EQ(Bytes(allocated, allocated + 21), list);
+    std::free(allocated);  // what pcsc-lite's SCardFreeMemory does with it
 }
 
 TEST_F(ClosedPort, ConnectTakesTheAtrFromTheAnswerWithinWhatArrivedAndTheArea)
