@@ -42,32 +42,11 @@ std::string Hex(const Bytes& bytes)
     return text;
 }
 
-Bytes TextBytes(const std::string& text)
-{
-    return Bytes(text.c_str(), text.c_str() + text.size() + 1);
-}
-
-Bytes operator+(Bytes left, const Bytes& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-Bytes Frame(const std::string& head, const std::string& text, const std::string& tail)
-{
-    return HexBytes(head) + TextBytes(text) + HexBytes(tail);
-}
-
 Bytes Filled(size_t size, const Bytes& head)
 {
     Bytes bytes(std::max(size, head.size()), Unwritten);
     std::copy(head.begin(), head.end(), bytes.begin());
     return bytes;
-}
-
-Bytes BufferBytes(const void* buffer, size_t count)
-{
-    return Bytes(static_cast<const uint8_t*>(buffer), static_cast<const uint8_t*>(buffer) + count);
 }
 
 size_t CountOf(const Bytes& haystack, const Bytes& needle)
@@ -80,16 +59,6 @@ size_t CountOf(const Bytes& haystack, const Bytes& needle)
         at += static_cast<long>(needle.size());
     }
     return count;
-}
-
-size_t CountOf(const std::string& text, const std::string& part)
-{
-    return CountOf(Bytes(text.begin(), text.end()), Bytes(part.begin(), part.end()));
-}
-
-bool Contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
 }
 
 int RunCommand(const std::string& command, std::string* output)
@@ -107,7 +76,7 @@ int RunCommand(const std::string& command, std::string* output)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-static std::string ReadFile(const std::string& path)
+std::string ReadFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     std::stringstream content;
@@ -133,21 +102,6 @@ Workspace::~Workspace()
     RunCommand("rm -rf '" + m_folder + "'");
 }
 
-std::string Workspace::PortLink(int port) const
-{
-    return ConfigFolder() + "COM" + std::to_string(port);
-}
-
-void Workspace::WriteConfig(const std::string& name, const std::string& content) const
-{
-    std::ofstream(ConfigFolder() + name, std::ios::binary) << content;
-}
-
-std::string Workspace::ReadConfig(const std::string& name) const
-{
-    return ReadFile(ConfigFolder() + name);
-}
-
 std::string Workspace::LogText() const
 {
     const time_t now = time(nullptr);
@@ -168,39 +122,22 @@ bool Workspace::HasLogFolder() const
 
 Simulator::Simulator(const std::string& link, Options options) : m_record(link + ".received")
 {
-    std::vector<std::string> args = {SIMULATOR_PATH, "--quiet", "--link", link, "--record", m_record};
-    args.insert(args.end(), options.begin(), options.end());
-    int out[2];
-    if (pipe(out) != 0)
-        throw std::runtime_error("pipe failed");
-    m_pid = fork();
-    if (m_pid == 0) {
-        dup2(out[1], STDOUT_FILENO);
-        close(out[0]);
-        close(out[1]);
-        std::vector<char*> argv;
-        for (auto& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    close(out[1]);
-    // The simulator's first line is its pseudo-terminal; the link exists by then.
-    std::string pty;
-    char c;
-    while (read(out[0], &c, 1) == 1 && c != '\n')
-        pty += c;
-    close(out[0]);
-    if (pty.empty())
+    std::string command = "echo $$; exec '" SIMULATOR_PATH "' --quiet --link '" + link + "' --record '" +
+                          m_record + "'";
+    for (const std::string& option : options)
+        command += " '" + option + "'";
+    m_output = popen(command.c_str(), "r");
+    // The shell's number, which exec hands on, then the pseudo-terminal: the link exists by then.
+    char line[256];
+    if (m_output == nullptr || std::fscanf(m_output, "%d", &m_pid) != 1 ||
+        std::fgets(line, sizeof line, m_output) == nullptr || std::fgets(line, sizeof line, m_output) == nullptr)
         throw std::runtime_error("simulator did not start");
 }
 
 Simulator::~Simulator()
 {
     kill(m_pid, SIGTERM);
-    int status = 0;
-    waitpid(m_pid, &status, 0);
+    pclose(m_output);
     unlink(m_record.c_str());
 }
 
@@ -227,16 +164,6 @@ Library::Library(const std::string& path) : m_handle(dlopen(path.c_str(), RTLD_N
 {
     if (m_handle == nullptr)
         throw std::runtime_error(std::string("dlopen failed: ") + dlerror());
-}
-
-Library::~Library()
-{
-    dlclose(m_handle);
-}
-
-void* Library::Symbol(const char* name) const
-{
-    return dlsym(m_handle, name);
 }
 
 int CallExport(const Library& library, const std::string& name, uint8_t* buffer, int mode)

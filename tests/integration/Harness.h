@@ -2,7 +2,11 @@
 // config/, the library loaded by path, and the terminal simulator on a pseudo-terminal.
 #pragma once
 
+#include <dlfcn.h>
+
 #include <cstdint>
+#include <cstdio>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,18 +19,22 @@ constexpr uint8_t Unwritten = 0x55;  // what a caller's buffer holds where nothi
 
 Bytes HexBytes(const std::string& hex);  // "02 34:03" -> {0x02, 0x34, 0x03}
 std::string Hex(const Bytes& bytes);     // {0x02, 0x34} -> "02 34"
-Bytes TextBytes(const std::string& text);  // with its NUL
-Bytes operator+(Bytes left, const Bytes& right);
+inline Bytes TextBytes(const std::string& text) { return Bytes(text.c_str(), text.c_str() + text.size() + 1); }
+inline Bytes operator+(Bytes left, const Bytes& right) { return left.insert(left.end(), right.begin(), right.end()), left; }
 // A frame written out by hand: hex head, a text with its NUL, hex tail (ETX and check byte).
-Bytes Frame(const std::string& head, const std::string& text, const std::string& tail);
+inline Bytes Frame(const std::string& head, const std::string& text, const std::string& tail)
+{
+    return HexBytes(head) + TextBytes(text) + HexBytes(tail);
+}
 // `head`, then unwritten bytes up to `size` (if it is longer).
 Bytes Filled(size_t size, const Bytes& head);
-Bytes BufferBytes(const void* buffer, size_t count);
+inline Bytes BufferBytes(const void* from, size_t count) { return Bytes((const uint8_t*)from, (const uint8_t*)from + count); }
 size_t CountOf(const Bytes& haystack, const Bytes& needle);  // non-overlapping
-size_t CountOf(const std::string& text, const std::string& part);
-bool Contains(const std::string& text, const std::string& part);
+inline size_t CountOf(const std::string& text, const std::string& part) { return CountOf(Bytes(text.begin(), text.end()), Bytes(part.begin(), part.end())); }
+inline bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 // Runs a command line, returns its exit status and captures standard output.
 int RunCommand(const std::string& command, std::string* output = nullptr);
+std::string ReadFile(const std::string& path);  // "" if missing
 
 // A temporary folder holding a copy of the library and a config/ folder; removed at the end.
 class Workspace {
@@ -39,10 +47,13 @@ public:
     const std::string& Folder() const { return m_folder; }
     std::string ConfigFolder() const { return m_folder + "/config/"; }
     std::string LibraryPath() const { return m_folder + "/libvarnik.so"; }
-    std::string PortLink(int port) const;  // the COM<N> link the library opens for port N
-
-    void WriteConfig(const std::string& name, const std::string& content) const;
-    std::string ReadConfig(const std::string& name) const;  // "" if missing
+    // The COM<N> link the library opens for port N.
+    std::string PortLink(int port) const { return ConfigFolder() + "COM" + std::to_string(port); }
+    void WriteConfig(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(ConfigFolder() + name, std::ios::binary) << content;
+    }
+    std::string ReadConfig(const std::string& name) const { return ReadFile(ConfigFolder() + name); }
     void EnableLog() const { WriteConfig("debug.json", "{\"mode\":1}"); }
     std::string LogText() const;   // today's log file
     bool HasLogFolder() const;
@@ -65,6 +76,7 @@ public:
 
 private:
     int m_pid = -1;
+    FILE* m_output = nullptr;
     std::string m_record;
 };
 
@@ -72,11 +84,11 @@ private:
 class Library {
 public:
     explicit Library(const std::string& path);
-    ~Library();
+    ~Library() { dlclose(m_handle); }
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
-    void* Symbol(const char* name) const;
+    void* Symbol(const char* name) const { return dlsym(m_handle, name); }
     template <typename Function>
     Function* Get(const char* name) const { return reinterpret_cast<Function*>(Symbol(name)); }
 

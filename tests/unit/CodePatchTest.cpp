@@ -1,16 +1,12 @@
-// Entry patching on functions of this program, and the redirection of the real pcsc-lite
-// in this process: pointers taken before the patch must run the replacement, and the hook
-// layer's exit must bring the original code back.
+// Entry patching and the hook layer on functions of this program: pointers taken before the
+// patch must run the replacement, and the hook layer's exit must bring the original code back.
+// The redirection of a real pcsc-lite is the integration tests' matter.
 #include <gtest/gtest.h>
-
-#include <dlfcn.h>
 
 #include <cstring>
 #include <vector>
 
 #include "pcsc/HookLayer.h"
-#include "pcsc/Redirection.h"
-#include "pcsc/VirtualReader.h"
 #include "platform/CodePatch.h"
 #include "platform/Platform.h"
 
@@ -104,45 +100,4 @@ TEST(HookLayer, ReHookingOneAddressKeepsOneEntryAndExitPutsTheOriginalsBack)
     EXPECT_EQ(FirstBytes(second), secondEntry);
     EXPECT_EQ(before(3), original);
     EXPECT_EQ(secondBefore(3), secondOriginal);
-}
-
-TEST(Redirection, InstallHooksTheProcessPcscLibraryAndTeardownUndoesIt)
-{
-    void* pcsc = dlopen("libpcsclite.so.1", RTLD_NOW);
-    if (pcsc == nullptr)
-        GTEST_SKIP() << "libpcsclite.so.1 is not installed";
-    using Establish = Pcsc::LONG (*)(Pcsc::DWORD, const void*, const void*, Pcsc::SCARDCONTEXT*);
-    using List = Pcsc::LONG (*)(Pcsc::SCARDCONTEXT, const char*, char*, Pcsc::DWORD*);
-    // Bound before the redirection, as a host that loaded pcsc-lite early would have them.
-    auto establish = reinterpret_cast<Establish>(dlsym(pcsc, "SCardEstablishContext"));
-    auto list = reinterpret_cast<List>(dlsym(pcsc, "SCardListReaders"));
-    ASSERT_NE(establish, nullptr);
-    ASSERT_NE(list, nullptr);
-    const std::vector<uint8_t> entry = FirstBytes(reinterpret_cast<void*>(establish));
-
-    ASSERT_EQ(InstallRedirection(), 1);
-    EXPECT_NE(g_redirection.winscardModule, nullptr);
-    EXPECT_EQ(g_redirection.realEstablishContext, reinterpret_cast<void*>(establish));
-    for (void* real : {g_redirection.realListReaders, g_redirection.realDisconnect,
-                       g_redirection.realConnect, g_redirection.realTransmit,
-                       g_redirection.realStatus})
-        EXPECT_NE(real, nullptr);
-
-    for (int installation = 0; installation < 2; ++installation) {
-        if (installation == 1) {
-            ASSERT_EQ(InstallRedirection(), 1) << "a second installation does it all again";
-        }
-        Pcsc::SCARDCONTEXT context = 0;
-        Pcsc::DWORD size = 0;
-        EXPECT_EQ(establish(0, nullptr, nullptr, &context), 0);
-        EXPECT_EQ(context, 1234);
-        EXPECT_EQ(list(context, nullptr, nullptr, &size), 0);
-        EXPECT_EQ(size, 21u);
-    }
-
-    TeardownRedirection();
-    EXPECT_EQ(g_redirection.winscardModule, nullptr);
-    EXPECT_EQ(FirstBytes(reinterpret_cast<void*>(establish)), entry)
-        << "pcsc-lite's own code is back";
-    dlclose(pcsc);
 }
