@@ -6,7 +6,6 @@
 #include <dlfcn.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
@@ -115,29 +114,17 @@ TEST(Cli, CtrlCCancelsAWait)
     } rows[] = {{"swipe", 18}, {"pin", 17}};
     for (const auto& row : rows) {
         Session s({"--swipe-wait", "--pin-wait"});
-        int out[2];
-        ASSERT_EQ(pipe(out), 0);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            dup2(out[1], STDOUT_FILENO);
-            close(out[0]);
-            close(out[1]);
-            if (chdir(s.folder.Folder().c_str()) == 0)
-                execl(BINARY_DIR "/varnik", "varnik", "--lib", s.folder.LibraryPath().c_str(),
-                      row.command, static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(out[1]);
+        // The shell's number, which exec hands on to the program.
+        FILE* program = popen(("echo $$; cd '" + s.folder.Folder() + "' && exec '" BINARY_DIR "/varnik' --lib '" +
+                               s.folder.LibraryPath() + "' " + row.command).c_str(), "r");
+        int pid = 0;
+        ASSERT_EQ(std::fscanf(program, "%d", &pid), 1);
         EXPECT_TRUE(s.terminal.WaitReceived(row.waiting, 10000)) << row.command;
         kill(pid, SIGINT);
         std::string output;
-        char block[4096];
-        ssize_t count;
-        while ((count = read(out[0], block, sizeof block)) > 0)
-            output.append(block, static_cast<size_t>(count));
-        close(out[0]);
-        int status = 0;
-        waitpid(pid, &status, 0);
+        for (int c; (c = std::fgetc(program)) != EOF;)
+            output += static_cast<char>(c);
+        const int status = pclose(program);
 
         EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 4) << row.command;
         EXPECT_TRUE(Contains(output, "Cancelled.\n")) << row.command << output;

@@ -39,20 +39,20 @@ struct Device {
 CPortInfo InfoOf(const Device& device)
 {
     CPortInfo info;
-    if (device.portName) {
-        info.strPortName = device.portName;
-        info.nFlags |= PortInfoPortName;
+    const struct {
+        const char* text;
+        std::string* field;
+        int32_t flag;
+    } properties[] = {{device.portName, &info.strPortName, PortInfoPortName},
+                      {device.friendlyName, &info.strFriendlyName, PortInfoFriendlyName},
+                      {device.service, &info.strService, PortInfoService},
+                      {device.description, &info.strDescription, PortInfoDescription}};
+    for (const auto& property : properties) {
+        if (property.text != nullptr) {
+            *property.field = property.text;
+            info.nFlags |= property.flag;
+        }
     }
-    if (device.friendlyName) {
-        info.strFriendlyName = device.friendlyName;
-        info.nFlags |= PortInfoFriendlyName;
-    }
-    if (device.service) {
-        info.strService = device.service;
-        info.nFlags |= PortInfoService;
-    }
-    info.strDescription = device.description;
-    info.nFlags |= PortInfoDescription;
     return info;
 }
 
