@@ -10,7 +10,6 @@
 
 namespace {
 
-using ThaiIdCall = int(char*, int);
 using LenCall = int(const char*);
 
 const Bytes PinPad = Frame("02 30 30", "pinpad.json", "03 34");
