@@ -27,6 +27,42 @@ int32_t MillisecondClock()
     return static_cast<int32_t>(static_cast<uint32_t>(GetTickCount64()));
 }
 
+int64_t MicrosecondClock()
+{
+    static const int64_t frequency = [] {
+        LARGE_INTEGER value;
+        QueryPerformanceFrequency(&value);
+        return static_cast<int64_t>(value.QuadPart);
+    }();
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    int64_t ticks = static_cast<int64_t>(now.QuadPart);
+    return ticks / frequency * 1000000 + ticks % frequency * 1000000 / frequency;
+}
+
+// Auto-reset: the wait that it ends takes it back by ending. Creating an event is allowed
+// while the library loads.
+static const HANDLE g_cancelWake = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+
+void RaiseCancelWake()
+{
+    if (g_cancelWake != nullptr) {
+        SetEvent(g_cancelWake);
+    }
+}
+
+void ClearCancelWake()
+{
+    if (g_cancelWake != nullptr) {
+        ResetEvent(g_cancelWake);
+    }
+}
+
+PortHandle CancelWakeHandle()
+{
+    return g_cancelWake;
+}
+
 // --- where we are ------------------------------------------------------------------------
 
 std::string ModuleFilePath()

@@ -1,10 +1,12 @@
 // The terminal's COM port on Windows: one handle opened for overlapped I/O and used as if it
 // were synchronous. A read takes what is queued and never waits for more; a write waits at
-// most a second for each piece to leave.
+// most a second for each piece to leave; a wait watches EV_RXCHAR, the cancel event and the
+// thread's message queue at once.
 #include "serial/CComPort.h"
 
 #include <cstring>
 
+#include "platform/Platform.h"
 #include "support/Format.h"
 #include "support/Log.h"
 
@@ -125,6 +127,7 @@ int CComPort::Open(int port)
         SetCommState(m_hPort, &dcb);  // a refusal leaves the line as it was; we go on
 
         if (SetupComm(m_hPort, PortQueueSize, PortQueueSize)) {
+            SetCommMask(m_hPort, EV_RXCHAR);  // what WaitInput waits for
             m_bOpen = 1;
             return 1;
         }
@@ -215,6 +218,102 @@ int CComPort::Read(void* buffer, int limit, int room)
     }
     DWORD waitResult = WaitForSingleObject(m_ovRead.hEvent, PortWriteWaitMs);
     return static_cast<int>(FinishPending(m_hPort, m_ovRead, waitResult));
+}
+
+namespace {
+
+// The event of the wait's OVERLAPPED. One call runs at a time, so one event serves every wait;
+// it lives as long as the process.
+HANDLE WatchEvent()
+{
+    static const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    return event;
+}
+
+bool DeviceRemoved(DWORD code)
+{
+    return code == ERROR_DEVICE_REMOVED || code == ERROR_BAD_COMMAND ||
+           code == ERROR_ACCESS_DENIED || code == ERROR_GEN_FAILURE ||
+           code == ERROR_DEVICE_NOT_CONNECTED || code == ERROR_INVALID_HANDLE;
+}
+
+}  // namespace
+
+PortWait CComPort::WaitInput(int timeoutMs)
+{
+    if (!m_bOpen || m_hPort == NullPortHandle) {
+        return PortWait::Gone;
+    }
+    // The OVERLAPPED and the mask are this frame's: the watch is finished or cancelled below,
+    // on every path, before they go.
+    OVERLAPPED watch;
+    std::memset(&watch, 0, sizeof watch);
+    watch.hEvent = WatchEvent();
+    DWORD events = 0;
+    bool pending = false;
+    if (watch.hEvent != nullptr) {
+        ResetEvent(watch.hEvent);
+        if (WaitCommEvent(m_hPort, &events, &watch)) {
+            if ((events & EV_RXCHAR) != 0) {
+                return PortWait::Input;
+            }
+        } else if (GetLastError() == ERROR_IO_PENDING) {
+            pending = true;
+        } else if (DeviceRemoved(GetLastError())) {
+            return PortWait::Gone;
+        }
+    }
+
+    // Started first and looked at the queue second, so that no byte slips between the two.
+    PortWait result = PortWait::Timeout;
+    DWORD errors = 0;
+    COMSTAT status;
+    std::memset(&status, 0, sizeof status);
+    if (!ClearCommError(m_hPort, &errors, &status)) {
+        result = PortWait::Gone;
+    } else if (status.cbInQue > 0) {
+        result = PortWait::Input;
+    } else {
+        HANDLE watched[2];
+        DWORD count = 0;
+        if (pending) {
+            watched[count++] = watch.hEvent;
+        }
+        HANDLE wake = CancelWakeHandle();
+        if (wake != nullptr) {
+            watched[count++] = wake;
+        }
+        DWORD waitMs = timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs);
+        if ((!pending || wake == nullptr) && waitMs > WakelessWaitMs) {
+            waitMs = WakelessWaitMs;  // something cannot be watched: look again this often
+        }
+        // Alertable, and awake for any message in the queue, old or new: the caller
+        // dispatches one of them per wake.
+        DWORD woke = MsgWaitForMultipleObjectsEx(count, watched, waitMs, QS_ALLINPUT,
+                                                 MWMO_ALERTABLE | MWMO_INPUTAVAILABLE);
+        if (pending && woke == WAIT_OBJECT_0) {
+            DWORD ignored = 0;
+            pending = false;
+            result = GetOverlappedResult(m_hPort, &watch, &ignored, FALSE) ||
+                             !DeviceRemoved(GetLastError())
+                         ? PortWait::Input
+                         : PortWait::Gone;
+        } else if (woke == WAIT_TIMEOUT) {
+            result = PortWait::Timeout;
+        } else if (woke == WAIT_FAILED) {
+            result = PortWait::Gone;
+        } else {
+            result = PortWait::Wake;  // the cancel event (taken back by the wait), a message, an APC
+        }
+    }
+    if (pending) {
+        // A new mask ends a pending watch; CancelIoEx too, where the driver honours it.
+        SetCommMask(m_hPort, EV_RXCHAR);
+        CancelIoEx(m_hPort, &watch);
+        DWORD ignored = 0;
+        GetOverlappedResult(m_hPort, &watch, &ignored, TRUE);
+    }
+    return result;
 }
 
 void CComPort::Close()
