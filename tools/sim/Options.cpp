@@ -191,6 +191,7 @@ const std::vector<OptionInfo>& AllOptions() {
     static const std::vector<OptionInfo> all = {
         {"link", A::Required, Text([](SimOptions& o) -> std::string& { return o.linkPath; })},
         {"record", A::Required, Text([](SimOptions& o) -> std::string& { return o.recordPath; })},
+        {"record-sent", A::Required, Text([](SimOptions& o) -> std::string& { return o.sentPath; })},
         {"quiet", A::None, Flag([](SimOptions& o) { o.quiet = true; })},
         {"help", A::None, Flag([](SimOptions& o) { o.help = true; })},
         // the terminal's answers
@@ -293,6 +294,7 @@ Port and logging:
   --link PATH          make PATH a symbolic link to the simulated serial device (an old
                        file there is replaced; the link is removed at exit)
   --record FILE        write every byte received from the host to FILE, raw, as it arrives
+  --record-sent FILE   write every byte sent to the host to FILE, raw (for wire-time figures)
   --quiet              no traffic log (warnings still show)
 
 The terminal's answers:
