@@ -50,7 +50,7 @@ stop_sim() {
 }
 cleanup() {
   stop_sim
-  [ -z "$wine" ] || WINEPREFIX="$work/prefix" "$(dirname "$wine")/wineserver" -k 2>/dev/null || true
+  [ -z "$wine" ] || "$wineserver" -k 2>/dev/null || true
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -63,8 +63,11 @@ if [ -n "$wine" ]; then
   cp "$winbuild/Varnik.dll" "$winbuild/varnik-bench.exe" "$work/windows/"
   printf '{"port":7}' >"$work/windows/config/varnik.json"
   export WINEPREFIX="$work/prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEARCH=win64
+  wineserver=$(command -v wineserver || echo "$(dirname "$wine")/wineserver")
   "$wine" wineboot.exe -i >"$work/wineboot.log" 2>&1
-  "$(dirname "$wine")/wineserver" -w
+  "$wineserver" -w
+  # Its own output goes to a file: it dumps its state when the simulator's pty hangs up.
+  "$wineserver" -p >"$work/wineserver.log" 2>&1
 fi
 
 rows=()

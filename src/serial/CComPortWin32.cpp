@@ -20,6 +20,10 @@ constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore 
 constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
 constexpr DWORD UserDefaultLanguage = 0x400;
 constexpr int ReadErrorTextSize = 128;
+// Some drivers end every EV_RXCHAR watch at once without an event (Wine's, on a pseudo-
+// terminal): then the port is looked at this often instead, until the next Open.
+constexpr DWORD WatchlessLookMs = 1;
+bool g_watchUnusable = false;
 // The longest port number whose "\\.\COM%d" name fits the 16-byte name buffer.
 constexpr int LongestNamedPort = 99999999;
 
@@ -128,6 +132,7 @@ int CComPort::Open(int port)
 
         if (SetupComm(m_hPort, PortQueueSize, PortQueueSize)) {
             SetCommMask(m_hPort, EV_RXCHAR);  // what WaitInput waits for
+            g_watchUnusable = false;
             m_bOpen = 1;
             return 1;
         }
@@ -237,6 +242,15 @@ bool DeviceRemoved(DWORD code)
            code == ERROR_DEVICE_NOT_CONNECTED || code == ERROR_INVALID_HANDLE;
 }
 
+bool HasQueuedInput(HANDLE port, bool& gone)
+{
+    DWORD errors = 0;
+    COMSTAT status;
+    std::memset(&status, 0, sizeof status);
+    gone = !ClearCommError(port, &errors, &status);
+    return !gone && status.cbInQue > 0;
+}
+
 }  // namespace
 
 PortWait CComPort::WaitInput(int timeoutMs)
@@ -251,7 +265,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
     watch.hEvent = WatchEvent();
     DWORD events = 0;
     bool pending = false;
-    if (watch.hEvent != nullptr) {
+    if (watch.hEvent != nullptr && !g_watchUnusable) {
         ResetEvent(watch.hEvent);
         if (WaitCommEvent(m_hPort, &events, &watch)) {
             if ((events & EV_RXCHAR) != 0) {
@@ -261,18 +275,18 @@ PortWait CComPort::WaitInput(int timeoutMs)
             pending = true;
         } else if (DeviceRemoved(GetLastError())) {
             return PortWait::Gone;
+        } else {
+            g_watchUnusable = true;
         }
     }
 
     // Started first and looked at the queue second, so that no byte slips between the two.
     PortWait result = PortWait::Timeout;
-    DWORD errors = 0;
-    COMSTAT status;
-    std::memset(&status, 0, sizeof status);
-    if (!ClearCommError(m_hPort, &errors, &status)) {
-        result = PortWait::Gone;
-    } else if (status.cbInQue > 0) {
+    bool gone = false;
+    if (HasQueuedInput(m_hPort, gone)) {
         result = PortWait::Input;
+    } else if (gone) {
+        result = PortWait::Gone;
     } else {
         HANDLE watched[2];
         DWORD count = 0;
@@ -284,8 +298,10 @@ PortWait CComPort::WaitInput(int timeoutMs)
             watched[count++] = wake;
         }
         DWORD waitMs = timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs);
-        if ((!pending || wake == nullptr) && waitMs > WakelessWaitMs) {
-            waitMs = WakelessWaitMs;  // something cannot be watched: look again this often
+        if (!pending && waitMs > WatchlessLookMs) {
+            waitMs = WatchlessLookMs;
+        } else if (wake == nullptr && waitMs > WakelessWaitMs) {
+            waitMs = WakelessWaitMs;  // a cancel cannot wake us: look at the flag this often
         }
         // Alertable, and awake for any message in the queue, old or new: the caller
         // dispatches one of them per wake.
@@ -294,10 +310,17 @@ PortWait CComPort::WaitInput(int timeoutMs)
         if (pending && woke == WAIT_OBJECT_0) {
             DWORD ignored = 0;
             pending = false;
-            result = GetOverlappedResult(m_hPort, &watch, &ignored, FALSE) ||
-                             !DeviceRemoved(GetLastError())
-                         ? PortWait::Input
-                         : PortWait::Gone;
+            if (GetOverlappedResult(m_hPort, &watch, &ignored, FALSE) && (events & EV_RXCHAR) != 0) {
+                result = PortWait::Input;
+            } else if (DeviceRemoved(GetLastError())) {
+                result = PortWait::Gone;
+            } else if (HasQueuedInput(m_hPort, gone)) {
+                result = PortWait::Input;
+            } else {
+                // Ended with no byte and no reason: this driver's watch is of no use.
+                g_watchUnusable = true;
+                result = gone ? PortWait::Gone : PortWait::Wake;
+            }
         } else if (woke == WAIT_TIMEOUT) {
             result = PortWait::Timeout;
         } else if (woke == WAIT_FAILED) {
