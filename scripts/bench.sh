@@ -99,8 +99,9 @@ measure() {
     rows+=("$label|failed|||||")
     return
   fi
-  local median min max calls
-  read -r median min max calls <<<"$result"
+  local median min max calls failed
+  read -r median min max calls failed <<<"$result"
+  [ "$failed" = 0 ] || label="$label ($failed of $calls failed)"
   if [ "$figure" = cpu-wait ]; then
     rows+=("$label|${median}%|${min}%|${max}%|0% (no wake-ups)|-")
     return
