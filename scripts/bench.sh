@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Benchmarks: builds in release mode and prints one table of how long the library's calls take
-# against the simulator, natively and (where Wine is present) through the x64 DLL under Wine.
-# Each row: median, min and max over the runs; the wire time (what the bytes of one call need at
-# 921600 baud, counted on the simulator's side) or the floor; and the ratio of median to wire.
+# Benchmarks: builds in release mode (build/release, and build/release-x64 for Wine) and prints
+# one table of how long the library's calls take against the simulator, natively and (where
+# Wine is present) through the x64 DLL under Wine. Each row: median, min and max over the runs;
+# the wire time (what the bytes of one call need at 921600 baud, both ways, counted on the
+# simulator's side) or the floor; and wire / median (1.000 is the line's own speed; above 1
+# where the simulator is not throttled and the pseudo-terminal outruns the line).
+# varnik-timing times the calls, varnik-bench the upload.
 #
 #   scripts/bench.sh [--short] [--no-wine] [--runs N]
 #
@@ -12,29 +15,30 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 
-runs=200 cpu_seconds=5 wine_wanted=1
+runs=200 cpu_seconds=5 wine_wanted=1 upload_runs=3
 while [ $# -gt 0 ]; do
   case "$1" in
-    --short) runs=10 cpu_seconds=1; shift ;;
+    --short) runs=10 cpu_seconds=1 upload_runs=1; shift ;;
     --no-wine) wine_wanted=0; shift ;;
     --runs) runs="$2"; shift 2 ;;
     *) echo "usage: scripts/bench.sh [--short] [--no-wine] [--runs N]" >&2; exit 2 ;;
   esac
 done
 
-build="$root/build/bench"
+build="$root/build/release"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 # File names, not target names: the command-line host's file is called "varnik" too.
-cmake --build "$build" --target libvarnik.so new6210-sim varnik_bench >/dev/null
+cmake --build "$build" --target libvarnik.so new6210-sim varnik-timing varnik-bench >/dev/null
 sim="$build/tools/sim/new6210-sim"
+timing="$build/tools/bench/varnik-timing"
 
 wine=$(command -v wine64 || true)
 [ -n "$wine" ] || [ ! -x /usr/lib/wine/wine64 ] || wine=/usr/lib/wine/wine64
 if [ "$wine_wanted" -eq 1 ] && [ -n "$wine" ] && command -v x86_64-w64-mingw32-g++ >/dev/null; then
-  winbuild="$root/build/bench-x64"
+  winbuild="$root/build/release-x64"
   cmake -S "$root" -B "$winbuild" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-x64.cmake" >/dev/null
-  cmake --build "$winbuild" --target Varnik.dll varnik_bench >/dev/null
+  cmake --build "$winbuild" --target Varnik.dll varnik-timing >/dev/null
 else
   wine=""
 fi
@@ -60,7 +64,7 @@ mkdir -p "$work/linux/config" "$work/windows/config"
 cp "$build/libvarnik.so" "$work/linux/"
 printf '{"port":7}' >"$work/linux/config/varnik.json"
 if [ -n "$wine" ]; then
-  cp "$winbuild/Varnik.dll" "$winbuild/varnik-bench.exe" "$work/windows/"
+  cp "$winbuild/Varnik.dll" "$winbuild/tools/bench/varnik-timing.exe" "$work/windows/"
   printf '{"port":7}' >"$work/windows/config/varnik.json"
   export WINEPREFIX="$work/prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEARCH=win64
   wineserver=$(command -v wineserver || echo "$(dirname "$wine")/wineserver")
@@ -86,10 +90,10 @@ measure() {
   for _ in $(seq 100); do [ -s "$work/sim.out" ] && break; sleep 0.05; done
   local result
   if [ "$system" = linux ]; then
-    result=$(timeout 600 "$build/varnik-bench" "$work/linux/libvarnik.so" "$figure" "$count" \
+    result=$(timeout 600 "$timing" "$work/linux/libvarnik.so" "$figure" "$count" \
       "$cpu_seconds") || result=""
   else
-    result=$(cd "$work/windows" && timeout 600 "$wine" varnik-bench.exe 'Z:'"${work//\//\\}"'\windows\Varnik.dll' \
+    result=$(cd "$work/windows" && timeout 600 "$wine" varnik-timing.exe 'Z:'"${work//\//\\}"'\windows\Varnik.dll' \
       "$figure" "$count" "$cpu_seconds" | tr -d '\r') || result=""
   fi
   stop_sim
@@ -110,7 +114,7 @@ measure() {
   local wire
   wire=$(awk -v b="$total" -v c="$calls" -v r="$bytes_per_second" 'BEGIN { printf "%.3f", b / c / r * 1000 }')
   local ratio
-  ratio=$(awk -v m="$median" -v w="$wire" 'BEGIN { printf "%.2f", m / w }')
+  ratio=$(awk -v m="$median" -v w="$wire" 'BEGIN { printf "%.3f", w / m }')
   rows+=("$label|$median|$min|$max|$wire|$ratio")
 }
 
@@ -124,12 +128,20 @@ for system in linux ${wine:+windows}; do
   measure "$system" "Thai ID with photo, ReaderSelect + PC/SC, throttled$suffix" pcsc-thaiid \
     "$(( runs / 10 > 3 ? runs / 10 : 3 ))" --throttle
   measure "$system" "CPU while a PIN entry waits (share of a core)$suffix" cpu-wait 1 --pin-wait
+  if [ "$system" = linux ]; then
+    # "upload 1 MB  RUNS  MEDIAN s  MIN s  MAX s  FLOOR s  RATIO", in milliseconds here.
+    row=$("$build/tools/bench/varnik-bench" --lib "$build/libvarnik.so" --sim "$sim" \
+      --runs "$upload_runs" --only "upload 1 MB" | awk '/^upload 1 MB/ && $NF != "" && NF >= 9 {
+        printf "Upload of 1 MB through PosExec, throttled|%.1f|%.1f|%.1f|%.1f|%s", \
+          $(NF-8) * 1000, $(NF-6) * 1000, $(NF-4) * 1000, $(NF-2) * 1000, $NF }') || row=""
+    rows+=("${row:-Upload of 1 MB through PosExec, throttled|failed|||||}")
+  fi
 done
 
 echo "Measured $(date -u +%Y-%m-%d) on $(uname -srm), $(nproc) cores," \
   "$(sed -n 's/^model name\s*: //p' /proc/cpuinfo | head -1); $runs runs a row."
 echo
-echo "| Figure | Median ms | Min ms | Max ms | Wire ms | Median / wire |"
+echo "| Figure | Median ms | Min ms | Max ms | Wire ms | Wire / median |"
 echo "|---|---:|---:|---:|---:|---:|"
 for row in "${rows[@]}"; do
   echo "| ${row//|/ | } |"

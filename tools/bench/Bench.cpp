@@ -1,135 +1,291 @@
-// varnik-bench: times one figure of the library against a terminal (the simulator, as
-// scripts/bench.sh runs it) and prints "median min max count", milliseconds per call, or for
-// cpu-wait the share of a core in percent, three times, and 1; then the number of calls that
-// failed.
+// varnik-bench: how fast the library drives a terminal on a line paced like the real one.
+// Each benchmark is one row of the table: it runs a few times against the simulator
+// throttled to 921600 baud, and the row shows the median, the spread, the least time the
+// line itself needs (the floor) and the floor as a fraction of the median. A new benchmark
+// is one more entry in Benchmarks().
 //
-//   varnik-bench LIBRARY FIGURE RUNS [SECONDS]
-//
-// Figures: version (getVersion), stripe (MsreRead), thaiid (ThaiIDRead, text), thaiid-photo
-// (ThaiIDRead, block with photo), pcsc-thaiid (ReaderSelect once, then per run the whole card
-// through plain PC/SC calls: context, reader list, connect, status, every field and the photo),
-// cpu-wait (a PIN entry that waits SECONDS for the customer; the simulator runs --pin-wait).
-// One call before the runs warms up and is not counted; the count printed includes it, so that
-// the script can divide the bytes on the line by it.
+//   varnik-bench --lib libvarnik.so --sim new6210-sim [--runs N] [--only NAME]
+#include "varnik.h"
+
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <fstream>
 #include <functional>
+#include <random>
+#include <signal.h>
+#include <sstream>
 #include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
-
-#include "BenchPlatform.h"
-#include "LibraryLoader.h"
-#include "PcscLoader.h"
-#include "PcscSession.h"
 
 namespace {
 
-VarnikApi g_api;
-std::vector<char> g_out(1 << 20);
+const double LineBytesPerSecond = 92160.0;  // 921600 baud, 10 bits a byte
+const int Port = 7;
 
-int Fail(const std::string& why)
+bool CopyFile(const std::string& from, const std::string& to)
 {
-    std::fprintf(stderr, "varnik-bench: %s\n", why.c_str());
-    return 1;
+    std::ifstream in(from, std::ios::binary);
+    std::ofstream out(to, std::ios::binary | std::ios::trunc);
+    out << in.rdbuf();
+    return in && static_cast<bool>(out.flush());
 }
 
-int g_failed = 0;
-
-// Milliseconds of each of `runs` calls, after one call that is not counted. A call that fails
-// (on a loaded machine the simulator may pause past the 5 ms that end a reply) is counted apart.
-std::vector<double> Time(int runs, const std::function<bool()>& call)
+std::string ReadText(const std::string& path)
 {
-    std::vector<double> times;
-    g_failed += !call();
-    for (int i = 0; i < runs; ++i) {
-        auto start = std::chrono::steady_clock::now();
-        bool done = call();
-        double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-        if (done)
-            times.push_back(ms);
-        else
-            ++g_failed;
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A till folder with its own copy of the library, config/ and the simulator on COM7; the
+// library loaded from there. Gone with the object.
+class Till {
+public:
+    Till(const std::string& library, const std::string& simulator,
+         const std::vector<std::string>& simulatorOptions)
+    {
+        char pattern[] = "/tmp/varnik-bench-XXXXXX";
+        if (!mkdtemp(pattern))
+            Fail("cannot make a temporary folder");
+        folder = pattern;
+        mkdir((folder + "/config").c_str(), 0755);
+        if (!CopyFile(library, folder + "/libvarnik.so"))
+            Fail("cannot copy " + library);
+        std::ofstream(folder + "/config/varnik.json") << "{\"port\":" << Port << "}";
+        StartSimulator(simulator, simulatorOptions);
+        m_library = dlopen((folder + "/libvarnik.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (!m_library)
+            Fail(std::string("cannot load the library: ") + dlerror());
     }
-    return times;
-}
 
-void Print(std::vector<double> values, size_t count)
+    ~Till()
+    {
+        if (m_library)
+            dlclose(m_library);  // closes the port before the simulator goes
+        if (m_simulator > 0) {
+            kill(m_simulator, SIGTERM);
+            waitpid(m_simulator, nullptr, 0);
+        }
+        std::string command = "rm -rf '" + folder + "'";
+        if (std::system(command.c_str()) != 0)
+            std::fprintf(stderr, "varnik-bench: could not remove %s\n", folder.c_str());
+    }
+
+    template <typename Function>
+    Function* Get(const char* name) const
+    {
+        void* address = dlsym(m_library, name);
+        if (!address)
+            Fail(std::string("the library has no ") + name);
+        return reinterpret_cast<Function*>(address);
+    }
+
+    // The simulator's record of uploaded files (see new6210-sim --help, --record).
+    std::string UploadRecord() const { return ReadText(folder + "/received.files"); }
+
+    [[noreturn]] static void Fail(const std::string& why)
+    {
+        std::fprintf(stderr, "varnik-bench: %s\n", why.c_str());
+        std::exit(1);
+    }
+
+    std::string folder;
+
+private:
+    void StartSimulator(const std::string& simulator, const std::vector<std::string>& options)
+    {
+        std::vector<std::string> args = {simulator, "--quiet", "--link",
+                                         folder + "/config/COM" + std::to_string(Port),
+                                         "--record", folder + "/received"};
+        args.insert(args.end(), options.begin(), options.end());
+        int out[2];
+        if (pipe(out) != 0)
+            Fail("pipe failed");
+        m_simulator = fork();
+        if (m_simulator == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            close(out[0]);
+            close(out[1]);
+            std::vector<char*> argv;
+            for (std::string& arg : args)
+                argv.push_back(&arg[0]);
+            argv.push_back(nullptr);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        close(out[1]);
+        // Its first line, the pty, comes once the link is in place.
+        std::string pty;
+        char c;
+        while (read(out[0], &c, 1) == 1 && c != '\n')
+            pty += c;
+        close(out[0]);
+        if (pty.empty())
+            Fail("the simulator did not start: " + simulator);
+    }
+
+    void* m_library = nullptr;
+    pid_t m_simulator = -1;
+};
+
+// One row: `setUp` once, then `run` per sample, giving the seconds it took (false: failed,
+// with the reason in `error`). `floorSeconds` is what the line needs at the least; 0 for none.
+struct Benchmark {
+    std::string name;
+    double floorSeconds;
+    std::vector<std::string> simulatorOptions;
+    std::function<void(Till&)> setUp;
+    std::function<bool(Till&, double& seconds, std::string& error)> run;
+};
+
+template <typename Call>
+double Timed(Call call)
 {
-    std::sort(values.begin(), values.end());
-    size_t n = values.size();
-    double median = n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-    std::printf("%.3f %.3f %.3f %zu %d\n", median, values.front(), values.back(), count, g_failed);
+    auto start = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-bool ReadCardThroughPcsc(const PcscApi& api)
+// Files the simulator stored whole with the announced CRC-32.
+size_t StoredCount(const std::string& record)
 {
-    PcscSession session(api);
-    std::vector<std::string> readers;
-    ByteString atr;
-    ThaiIdCard card;
-    std::string error;
-    if (session.Establish() != 0 || session.ListReaders(readers) != 0 || readers.empty() ||
-        session.Connect(readers.front()) != 0 || session.Status(atr) != 0)
-        return false;
-    return ReadThaiIdCard(session, atr, card, error) && !card.photo.empty();
+    size_t count = 0;
+    for (size_t at = 0; (at = record.find("stored\t", at)) != std::string::npos; ++at)
+        count += at == 0 || record[at - 1] == '\n';
+    return count;
 }
 
-void WaitForPin()
+// 1 MB through PosExec's FILE write: announcement, the raw stream, the closing answer.
+Benchmark UploadBenchmark()
 {
-    unsigned char key[64];
-    g_api.PinReadKey(key);
+    const size_t size = 1 << 20;
+    Benchmark bench;
+    bench.name = "upload 1 MB";
+    bench.floorSeconds = size / LineBytesPerSecond;
+    bench.simulatorOptions = {"--throttle"};
+    bench.setUp = [size](Till& till) {
+        std::vector<char> content(size);
+        std::mt19937 random(6210);
+        for (char& c : content)
+            c = static_cast<char>(random());
+        std::ofstream(till.folder + "/upload.bin", std::ios::binary).write(content.data(), size);
+    };
+    bench.run = [](Till& till, double& seconds, std::string& error) {
+        auto exec = till.Get<int VARNIK_CALL(char*, const char*)>("PosExec");
+        std::string document =
+            "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + till.folder + "/upload.bin\"}";
+        std::vector<char> out(1 << 20, 0);
+        size_t before = StoredCount(till.UploadRecord());
+        int result = 0;
+        seconds = Timed([&] { result = exec(out.data(), document.c_str()); });
+        if (result != 0 || StoredCount(till.UploadRecord()) != before + 1) {
+            error = "PosExec gave " + std::to_string(result) +
+                    "; the simulator's record of uploads:\n" + till.UploadRecord();
+            return false;
+        }
+        return true;
+    };
+    return bench;
 }
 
-}  // namespace
+std::vector<Benchmark> Benchmarks()
+{
+    return {UploadBenchmark()};
+}
+
+std::string Seconds(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f s", seconds);
+    return text;
+}
+
+void PrintRow(const std::string& name, int runs, std::vector<double> samples, double floor)
+{
+    std::sort(samples.begin(), samples.end());
+    double median = samples.size() % 2 ? samples[samples.size() / 2]
+                                       : (samples[samples.size() / 2 - 1] +
+                                          samples[samples.size() / 2]) / 2;
+    char ratio[16] = "-";
+    if (floor > 0)
+        std::snprintf(ratio, sizeof ratio, "%.3f", floor / median);
+    std::printf("%-22s %4d %11s %11s %11s %11s %7s\n", name.c_str(), runs, Seconds(median).c_str(),
+                Seconds(samples.front()).c_str(), Seconds(samples.back()).c_str(),
+                floor > 0 ? Seconds(floor).c_str() : "-", ratio);
+    std::fflush(stdout);
+}
+
+int Usage()
+{
+    std::fprintf(stderr, "usage: varnik-bench --lib LIBRARY --sim SIMULATOR [--runs N] "
+                         "[--only NAME] [--list]\n");
+    return 2;
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 4)
-        return Fail("usage: varnik-bench LIBRARY FIGURE RUNS [SECONDS]");
-    const std::string figure = argv[2];
-    const int runs = std::max(1, std::atoi(argv[3]));
-    const double seconds = argc > 4 ? std::atof(argv[4]) : 3.0;
-
-    std::string used, error;
-    LibraryHandle library = OpenLibraryFile(argv[1], used, error);
-    if (!library)
-        return Fail(used + ": " + error);
-    BindExports(g_api, [library](const char* name) { return FindLibraryExport(library, name); });
-
-    std::vector<double> times;
-    if (figure == "version") {
-        times = Time(runs, [] { return g_api.getVersion(g_out.data()) > 0 && g_out[0] != 0x02; });
-    } else if (figure == "stripe") {
-        times = Time(runs, [] { return g_api.MsreRead(g_out.data()) > 1; });
-    } else if (figure == "thaiid" || figure == "thaiid-photo") {
-        const int mode = figure == "thaiid" ? 0 : 2;
-        times = Time(runs, [mode] { return g_api.ThaiIDRead(g_out.data(), mode) > 100; });
-    } else if (figure == "pcsc-thaiid") {
-        PcscApi api;
-        if (g_api.ReaderSelect() != 0 || !LoadPcscLibrary(api, error))
-            return Fail("ReaderSelect or the PC/SC library failed " + error);
-        times = Time(runs, [&api] { return ReadCardThroughPcsc(api); });
-    } else if (figure == "cpu-wait") {
-        StartThread(WaitForPin);
-        SleepMilliseconds(300);  // the entry is under way: its frame is out, the wait sleeps
-        double before = ProcessCpuSeconds();
-        auto start = std::chrono::steady_clock::now();
-        SleepMilliseconds(static_cast<int>(seconds * 1000));
-        double cpu = ProcessCpuSeconds() - before;
-        double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        g_api.PosCancel();
-        WaitThread();
-        double percent = 100 * cpu / wall;
-        std::printf("%.3f %.3f %.3f 1 0\n", percent, percent, percent);
-        return 0;
-    } else {
-        return Fail("no figure named " + figure);
+    std::string library, simulator, only;
+    int runs = 3;
+    bool list = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        bool hasValue = i + 1 < argc;
+        if (arg == "--lib" && hasValue)
+            library = argv[++i];
+        else if (arg == "--sim" && hasValue)
+            simulator = argv[++i];
+        else if (arg == "--only" && hasValue)
+            only = argv[++i];
+        else if (arg == "--runs" && hasValue)
+            runs = std::atoi(argv[++i]);
+        else if (arg == "--list")
+            list = true;
+        else
+            return Usage();
     }
-    if (times.empty())
-        return Fail(figure + ": every call failed");
-    Print(times, times.size() + 1);
-    return 0;
+    if (list) {
+        for (const Benchmark& bench : Benchmarks())
+            std::printf("%s\n", bench.name.c_str());
+        return 0;
+    }
+    if (library.empty() || simulator.empty() || runs < 1)
+        return Usage();
+
+    std::printf("%-22s %4s %11s %11s %11s %11s %7s\n", "benchmark", "runs", "median", "min",
+                "max", "floor", "ratio");
+    int failures = 0;
+    for (const Benchmark& bench : Benchmarks()) {
+        if (!only.empty() && bench.name != only)
+            continue;
+        Till till(library, simulator, bench.simulatorOptions);
+        if (bench.setUp)
+            bench.setUp(till);
+        std::vector<double> samples;
+        std::string error;
+        for (int run = 0; run < runs; ++run) {
+            double seconds = 0;
+            if (!bench.run(till, seconds, error))
+                break;
+            samples.push_back(seconds);
+        }
+        if (samples.size() < size_t(runs)) {
+            std::printf("%-22s failed: %s\n", bench.name.c_str(), error.c_str());
+            ++failures;
+            continue;
+        }
+        PrintRow(bench.name, runs, samples, bench.floorSeconds);
+    }
+    std::printf("ratio = floor / median: 1.000 is the line's own speed (92160 bytes/s).\n");
+    return failures == 0 ? 0 : 1;
 }
