@@ -17,7 +17,6 @@ namespace {
 
 using VoidCall = int();
 using TextCall = int(char*);
-using KeyCall = int(unsigned char*);
 
 constexpr int Port = 7;
 const Bytes VersionFrame = {0x02, 0x3B, 0x03, 0x3B};
@@ -31,11 +30,7 @@ size_t LogLines(const std::string& log, const std::string& text)
 
 struct Waits : ::testing::Test {
     Workspace folder;
-    void SetUp() override
-    {
-        folder.EnableLog();
-        folder.UsePort(Port);
-    }
+    void SetUp() override { folder.EnableLog(), folder.UsePort(Port); }
 };
 
 TEST_F(Waits, AReplyEndsWithItsFrameOrAfterFiveMillisecondsOfQuiet)
@@ -50,6 +45,7 @@ TEST_F(Waits, AReplyEndsWithItsFrameOrAfterFiveMillisecondsOfQuiet)
         {{"--split", "3:2"}, whole},                  // a pause shorter than the quiet
         {{"--siso", "--byte-pace", "2"}, whole},      // no frame rule for SI..SO: quiet alone
         {{"--split", "3:60"}, HexBytes("02 4E 45")},  // a longer pause ends it; dropped raw
+        {{"--reply", "3B=06"}, {0x06}},               // a lone ACK: quiet ends it
     };
     for (const Row& row : rows) {
         Workspace fresh;
@@ -63,26 +59,12 @@ TEST_F(Waits, AReplyEndsWithItsFrameOrAfterFiveMillisecondsOfQuiet)
     }
 }
 
-TEST_F(Waits, ALoneAckIsTheWholeReply)
-{
-    Simulator terminal(folder.PortLink(Port));
-    Library library(folder.LibraryPath());
-    unsigned char key[16];
-    std::memset(key, 0x11, sizeof key);
-
-    EXPECT_EQ(library.Get<KeyCall>("PinLoadMK")(key), 0);
-    EXPECT_EQ(key[0], 0x06);
-    EXPECT_EQ(key[1], 0x11) << "no NUL behind a single byte";
-    EXPECT_TRUE(Contains(folder.LogText(), "\t<06\r\n"));
-}
-
 // A swipe that nobody makes, cancelled from another thread once its frame is out.
 TEST_F(Waits, CancelsFromAnotherThreadWakeTheWaitAndPutOneCanOutPerServedRequest)
 {
     for (int cancels : {1, 10}) {
         Workspace fresh;
-        fresh.EnableLog();
-        fresh.UsePort(Port);
+        fresh.EnableLog(), fresh.UsePort(Port);
         Simulator terminal(fresh.PortLink(Port), {"--swipe-wait"});
         Library library(fresh.LibraryPath());
         auto cancel = library.Get<VoidCall>("MsreCancel");
@@ -160,21 +142,18 @@ TEST_F(Waits, AVanishedPortEndsTheWaitAndTheNextCallOpensItAgain)
     };
     for (const Row& row : {Row{"getVersion", 0, 15}, Row{"PosSelect", 1538, 0}}) {
         Workspace fresh;
-        fresh.EnableLog();
-        fresh.UsePort(Port);
-        auto call = [&](Library& library) {
-            char out[64] = {};
-            return row.name[0] == 'g' ? library.Get<TextCall>(row.name)(out)
-                                      : library.Get<VoidCall>(row.name)();
-        };
+        fresh.EnableLog(), fresh.UsePort(Port);
         Library library(fresh.LibraryPath());
+        char out[64] = {};
+        auto call = [&] { return row.name[0] == 'g' ? library.Get<TextCall>(row.name)(out)
+                                                    : library.Get<VoidCall>(row.name)(); };
         {
             Simulator gone(fresh.PortLink(Port), {"--vanish-after", "1"});
-            EXPECT_EQ(call(library), row.vanished) << row.name;
+            EXPECT_EQ(call(), row.vanished) << row.name;
         }
         EXPECT_EQ(LogLines(fresh.LogText(), "Com port lost"), 1u) << row.name;
         Simulator back(fresh.PortLink(Port));
-        EXPECT_EQ(call(library), row.back) << row.name;
+        EXPECT_EQ(call(), row.back) << row.name;
     }
 }
 
