@@ -87,7 +87,7 @@ measure() {
   "$sim" --quiet --link "$link" --record "$work/in" --record-sent "$work/out" "$@" \
     >"$work/sim.out" 2>&1 &
   sim_pid=$!
-  for _ in $(seq 100); do [ -s "$work/sim.out" ] && break; sleep 0.05; done
+  for _ in $(seq 100); do [ -s "$work/sim.out" ] && [ -L "$link" ] && break; sleep 0.05; done
   local result
   if [ "$system" = linux ]; then
     result=$(timeout 600 "$timing" "$work/linux/libvarnik.so" "$figure" "$count" \
