@@ -8,7 +8,7 @@
 //   version=TEXT   the version text the simulator answers with; "version" checks it when given
 //   stripe=TEXT    the simulator's --stripe; "swipe" works out the track text it must give
 //   photo=N        the size of the simulator's ID card photo; "thaiid" needs it for mode 2
-//   file=PATH      the host file that "upload" writes to the terminal through PosExec
+//   file=PATH      the file (with forward slashes) that "upload" writes through PosExec
 //
 // Prints one line per step and "PASS <scenario>" or "FAIL <scenario>: why"; the exit code is 0
 // only if every scenario passed (2 for a usage or load error).
@@ -302,10 +302,7 @@ void RunUpload(Host& host)
 {
     auto exec = host.Get<decltype(&::PosExec)>("PosExec");
     host.CheckPort();
-    std::string path;
-    for (char c : host.Setting("file"))
-        path += c == '\\' ? "\\\\" : std::string(1, c);  // as a JSON string
-    const std::string command = "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + path + "\"}";
+    const std::string command = "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + host.Setting("file") + "\"}";
     const int result = exec(g_out, command.c_str());
     Say("PosExec(%s) = %d", command.c_str(), result);
     Check(result == 0, "the upload did not give 0");

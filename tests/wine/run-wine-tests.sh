@@ -334,7 +334,7 @@ scenario_thaiid() {
 # was announced with ("stored" in the record).
 scenario_upload() {
   head -c 1048576 /dev/urandom >"$work/upload.bin"
-  with_simulator --throttle=345600 -- run_host "file=$(windows_path "$work/upload.bin")"
+  with_simulator --throttle=345600 -- run_host "file=Z:$work/upload.bin"
   grep -qP '^stored\tupload\.bin\t1048576\t' "$work/upload.rec.files" ||
     fail "upload: the terminal did not store upload.bin whole"
   expect_log "update completed"
