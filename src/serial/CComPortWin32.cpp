@@ -264,6 +264,20 @@ HANDLE WatchEvent()
     return event;
 }
 
+// A wait's time-out runs on the system tick (15.6 ms by default), three times the 5 ms of
+// quiet that end a reply: short ones run on a high-resolution timer where the system has one.
+constexpr DWORD FineTimeoutBelowMs = 50;
+#ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
+#define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
+#endif
+
+HANDLE FineTimer()
+{
+    static const HANDLE timer = CreateWaitableTimerExW(
+        nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, TIMER_ALL_ACCESS);
+    return timer;
+}
+
 bool DeviceRemoved(DWORD code)
 {
     return code == ERROR_DEVICE_REMOVED || code == ERROR_BAD_COMMAND ||
@@ -317,7 +331,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
     } else if (gone) {
         result = PortWait::Gone;
     } else {
-        HANDLE watched[2];
+        HANDLE watched[3];
         DWORD count = 0;
         if (pending) {
             watched[count++] = watch.hEvent;
@@ -332,10 +346,24 @@ PortWait CComPort::WaitInput(int timeoutMs)
         } else if (wake == nullptr && waitMs > WakelessWaitMs) {
             waitMs = WakelessWaitMs;  // a cancel cannot wake us: look at the flag this often
         }
+        HANDLE timer = FineTimer();
+        DWORD timerIndex = MAXDWORD;
+        if (pending && timer != nullptr && waitMs > 0 && waitMs < FineTimeoutBelowMs) {
+            LARGE_INTEGER due;
+            due.QuadPart = -static_cast<LONGLONG>(waitMs) * 10000;  // relative, in 100 ns
+            if (SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE)) {
+                timerIndex = count;
+                watched[count++] = timer;
+                waitMs += FineTimeoutBelowMs;  // the tick is only a fall-back now
+            }
+        }
         // Alertable, and awake for any message in the queue, old or new: the caller
         // dispatches one of them per wake.
         DWORD woke = MsgWaitForMultipleObjectsEx(count, watched, waitMs, QS_ALLINPUT,
                                                  MWMO_ALERTABLE | MWMO_INPUTAVAILABLE);
+        if (timerIndex != MAXDWORD) {
+            CancelWaitableTimer(timer);
+        }
         if (pending && woke == WAIT_OBJECT_0) {
             DWORD ignored = 0;
             pending = false;
@@ -350,7 +378,8 @@ PortWait CComPort::WaitInput(int timeoutMs)
                 g_watchUnusable = true;
                 result = gone ? PortWait::Gone : PortWait::Wake;
             }
-        } else if (woke == WAIT_TIMEOUT) {
+        } else if (woke == WAIT_TIMEOUT ||
+                   (timerIndex != MAXDWORD && woke == WAIT_OBJECT_0 + timerIndex)) {
             result = PortWait::Timeout;
         } else if (woke == WAIT_FAILED) {
             result = PortWait::Gone;
