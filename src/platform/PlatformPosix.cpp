@@ -41,14 +41,21 @@ int64_t MicrosecondClock()
 }
 
 // Made while the library loads, so that the first PosCancel, even one from a signal handler,
-// finds it ready.
-static const int g_cancelWake = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+// finds it ready; closed when it unloads.
+static const struct CancelWake {
+    int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    ~CancelWake()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+} g_cancelWake;
 
 void RaiseCancelWake()
 {
     uint64_t one = 1;
-    if (g_cancelWake >= 0) {
-        ssize_t ignored = write(g_cancelWake, &one, sizeof one);  // async-signal-safe
+    if (g_cancelWake.fd >= 0) {
+        ssize_t ignored = write(g_cancelWake.fd, &one, sizeof one);  // async-signal-safe
         (void)ignored;
     }
 }
@@ -56,15 +63,15 @@ void RaiseCancelWake()
 void ClearCancelWake()
 {
     uint64_t count = 0;
-    if (g_cancelWake >= 0) {
-        ssize_t ignored = read(g_cancelWake, &count, sizeof count);  // non-blocking
+    if (g_cancelWake.fd >= 0) {
+        ssize_t ignored = read(g_cancelWake.fd, &count, sizeof count);  // non-blocking
         (void)ignored;
     }
 }
 
 PortHandle CancelWakeHandle()
 {
-    return g_cancelWake;
+    return g_cancelWake.fd;
 }
 
 std::string ModuleFilePath()

@@ -41,26 +41,34 @@ int64_t MicrosecondClock()
 }
 
 // Auto-reset: the wait that it ends takes it back by ending. Creating an event is allowed
-// while the library loads.
-static const HANDLE g_cancelWake = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+// while the library loads; it is closed when the library unloads.
+static const struct CancelWake {
+    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    ~CancelWake()
+    {
+        if (event != nullptr) {
+            CloseHandle(event);
+        }
+    }
+} g_cancelWake;
 
 void RaiseCancelWake()
 {
-    if (g_cancelWake != nullptr) {
-        SetEvent(g_cancelWake);
+    if (g_cancelWake.event != nullptr) {
+        SetEvent(g_cancelWake.event);
     }
 }
 
 void ClearCancelWake()
 {
-    if (g_cancelWake != nullptr) {
-        ResetEvent(g_cancelWake);
+    if (g_cancelWake.event != nullptr) {
+        ResetEvent(g_cancelWake.event);
     }
 }
 
 PortHandle CancelWakeHandle()
 {
-    return g_cancelWake;
+    return g_cancelWake.event;
 }
 
 // --- where we are ------------------------------------------------------------------------

@@ -256,14 +256,6 @@ int CComPort::Read(void* buffer, int limit, int room)
 
 namespace {
 
-// The event of the wait's OVERLAPPED. One call runs at a time, so one event serves every wait;
-// it lives as long as the process.
-HANDLE WatchEvent()
-{
-    static const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    return event;
-}
-
 // A wait's time-out runs on the system tick (15.6 ms by default), three times the 5 ms of
 // quiet that end a reply: short ones run on a high-resolution timer where the system has one.
 constexpr DWORD FineTimeoutBelowMs = 50;
@@ -271,12 +263,22 @@ constexpr DWORD FineTimeoutBelowMs = 50;
 #define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
 #endif
 
-HANDLE FineTimer()
-{
-    static const HANDLE timer = CreateWaitableTimerExW(
-        nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, TIMER_ALL_ACCESS);
-    return timer;
-}
+// The event of the wait's OVERLAPPED and that timer. One call runs at a time, so one of each
+// serves every wait; made when the library loads, closed when it unloads.
+const struct WaitHandles {
+    HANDLE watch = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE timer = CreateWaitableTimerExW(nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION,
+                                          TIMER_ALL_ACCESS);
+    ~WaitHandles()
+    {
+        if (watch != nullptr) {
+            CloseHandle(watch);
+        }
+        if (timer != nullptr) {
+            CloseHandle(timer);
+        }
+    }
+} g_waitHandles;
 
 bool DeviceRemoved(DWORD code)
 {
@@ -305,7 +307,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
     // on every path, before they go.
     OVERLAPPED watch;
     std::memset(&watch, 0, sizeof watch);
-    watch.hEvent = WatchEvent();
+    watch.hEvent = g_waitHandles.watch;
     DWORD events = 0;
     bool pending = false;
     if (watch.hEvent != nullptr && !g_watchUnusable) {
@@ -346,7 +348,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
         } else if (wake == nullptr && waitMs > WakelessWaitMs) {
             waitMs = WakelessWaitMs;  // a cancel cannot wake us: look at the flag this often
         }
-        HANDLE timer = FineTimer();
+        HANDLE timer = g_waitHandles.timer;
         DWORD timerIndex = MAXDWORD;
         if (pending && timer != nullptr && waitMs > 0 && waitMs < FineTimeoutBelowMs) {
             LARGE_INTEGER due;
