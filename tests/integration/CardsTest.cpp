@@ -88,8 +88,6 @@ TEST(Cards, EveryTerminalCallAgainstTheTerminalsAnswers)
         {"PinReadKeyClear", {"--pin", std::string(300, '7')}, TextBytes("Amount"), 0, Amount,
          Bytes(8, 0x77) + Bytes{0}},
         {"PinReadKeyClear", {"--reply", "3030=31:32"}, TextBytes("Amount"), 0, Amount, Bytes(9, 0)},
-        // Script requests are refused for now: nothing is sent, the reply text is empty.
-        {"PinReadKeyClear", {}, TextBytes("@{\"format\":\"FILE\",\"cmd\":\"list\"}"), -1, {}, {0}},
         // The master key goes out; the reply comes back over it: an ACK over key[0], a frame
         // and its NUL over the start, a refused reply nowhere.
         {"PinLoadMK", {}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"), HexBytes("06")},

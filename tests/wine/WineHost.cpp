@@ -8,6 +8,7 @@
 //   version=TEXT   the version text the simulator answers with; "version" checks it when given
 //   stripe=TEXT    the simulator's --stripe; "swipe" works out the track text it must give
 //   photo=N        the size of the simulator's ID card photo; "thaiid" needs it for mode 2
+//   file=PATH      the file (with forward slashes) that "upload" writes through PosExec
 //
 // Prints one line per step and "PASS <scenario>" or "FAIL <scenario>: why"; the exit code is 0
 // only if every scenario passed (2 for a usage or load error).
@@ -93,6 +94,27 @@ void RunSwipeCancel(Host& host)
     // A one-byte answer has no fields to render and reaches the caller as it came.
     Check(ReadCancelled(host, "MsreRead", "MsreCancel") == 1 && g_out[0] == 0x18 && g_out[1] == 0,
           "the terminal's CAN did not come back as a one-byte text");
+}
+
+// A window message that keeps the thread busy while the terminal answers: the reply that
+// arrives during the dispatch is read whole as soon as the handler returns.
+int VARNIK_CALL BusyHandler()
+{
+    Sleep(200);
+    return 0;
+}
+
+void RunBusyMessage(Host& host)
+{
+    CancelWindow window(BusyHandler);
+    host.CheckPort();
+    window.Post();
+    std::memset(g_out, 0, sizeof g_out);
+    const int result = host.Get<ReadFn>("getVersion")(g_out);
+    Say("getVersion() = %d, out \"%s\"; the message ran %d time(s)", result, g_out,
+        CancelWindow::calls);
+    window.CheckCalledOnce();
+    Check(host.Setting("version") == g_out, "the reply that came during the dispatch was not read whole");
 }
 
 // --- the card slot as the PC/SC reader --------------------------------------------------
@@ -275,11 +297,23 @@ void RunThaiId(Host& host)
     Check(Untouched(static_cast<size_t>(result)), "ThaiIDRead wrote past the block");
 }
 
+// PosExec's "write" of the file= file; the run script checks what the terminal stored.
+void RunUpload(Host& host)
+{
+    auto exec = host.Get<decltype(&::PosExec)>("PosExec");
+    host.CheckPort();
+    const std::string command = "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + host.Setting("file") + "\"}";
+    const int result = exec(g_out, command.c_str());
+    Say("PosExec(%s) = %d", command.c_str(), result);
+    Check(result == 0, "the upload did not give 0");
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
     return HostMain(argc, argv, "wine_host.exe",
                     {{"version", RunVersion}, {"cancel", RunCancel}, {"pcsc", RunPcsc},
-                     {"swipe", RunSwipe}, {"swipecancel", RunSwipeCancel}, {"thaiid", RunThaiId}});
+                     {"swipe", RunSwipe}, {"swipecancel", RunSwipeCancel}, {"thaiid", RunThaiId},
+                     {"busymessage", RunBusyMessage}, {"upload", RunUpload}});
 }

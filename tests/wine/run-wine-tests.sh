@@ -32,7 +32,7 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ ${#scenarios[@]} -gt 0 ] ||
-  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid)
+  scenarios=(win32 version cancel busymessage pcsc notransmit swipe swipecancel thaiid upload)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
 [ -n "$notransmit_host" ] || notransmit_host="$(dirname "$host")/wine_notransmit_host.exe"
 [ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
@@ -260,6 +260,13 @@ scenario_cancel() {
   expect_cancelled
 }
 
+# A message dispatched by the wait keeps the host busy while the version reply arrives: the
+# reply is read whole afterwards, and no CAN goes out.
+scenario_busymessage() {
+  with_simulator -- run_host "version=NEW6210 SIM 1.0"
+  expect_bytes "02 3B 03 3B" 1 "18" 0
+}
+
 # The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai
 # ID card's citizen number comes through SCardTransmit, also through a pointer taken before.
 connected="SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called"
@@ -320,6 +327,17 @@ scenario_thaiid() {
   expect_bytes "18" 0
   expect_received "02:$(text_hex "1234567890121|")"
   expect_log "Close Device was Successful"
+}
+
+# A 1 MB file through PosExec to a terminal on a line so slow that one 204,800-byte block
+# outlasts the port's 5 s write time-out: it must arrive whole, with the size and CRC-32 it
+# was announced with ("stored" in the record).
+scenario_upload() {
+  head -c 1048576 /dev/urandom >"$work/upload.bin"
+  with_simulator --throttle=345600 -- run_host "file=Z:$work/upload.bin"
+  grep -qP '^stored\tupload\.bin\t1048576\t' "$work/upload.rec.files" ||
+    fail "upload: the terminal did not store upload.bin whole"
+  expect_log "update completed"
 }
 
 for scenario in "${scenarios[@]}"; do
