@@ -3,6 +3,16 @@
  * Every export returns a signed 32-bit result (see below). Output buffers belong to the caller
  * and carry no size: size them by the bounds given with each export. One call at a time;
  * PosCancel (or its aliases) may come in during a wait.
+ *
+ * A wait for the terminal has no time limit. PosCancel, PinCancel and MsreCancel, and only
+ * these, may be called from another thread, from a window message that the waiting call
+ * dispatches, from an APC, or from a POSIX signal handler: they take no lock and allocate
+ * nothing. The waiting call then puts one CAN on the line and returns with the terminal's
+ * answer. Their "Pos Cancel " log line is written by the next call that logs (the waiting
+ * one, at once), in its place before the CAN. No other export is async-signal-safe.
+ *
+ * A port that the system reports gone (an unplugged adapter) ends a wait as silence would,
+ * with nothing read; the port is closed and the next call opens it again.
  */
 #ifndef VARNIK_H
 #define VARNIK_H

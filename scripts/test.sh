@@ -2,7 +2,8 @@
 # Installs what is missing, builds the three targets (Linux, Windows x64, Windows x86) and runs
 # every test: unit, integration against the simulator, and the Wine tests of the x64 DLL. Then
 # the unit and integration tests again under AddressSanitizer and UndefinedBehaviorSanitizer
-# (any report fails the run), and each fuzz target for a short fixed number of inputs.
+# (any report fails the run), each fuzz target for a short fixed number of inputs, and the
+# benchmarks in their short mode.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,3 +17,6 @@ done
 ctest --preset linux --no-tests=error "$@"
 ctest --preset linux-asan --no-tests=error "$@"
 ctest --preset fuzz --no-tests=error "$@"
+
+# The benchmarks once, briefly, so that they keep working; no figure fails the run.
+scripts/bench.sh --short
