@@ -125,6 +125,25 @@ TEST_F(Faults, ACancelWaitingWhileThePortStaysOpenReachesTheNextWait)
     EXPECT_TRUE(Contains(folder.LogText(), "port is opened"));
 }
 
+TEST_F(Faults, APortThatVanishesDuringAnUploadEndsItAndComesBackForTheNextCall)
+{
+    using ExecCall = int(char*, const char*);
+    const std::string file = folder.Folder() + "/big.bin";
+    RunCommand("head -c 300000 /dev/urandom > '" + file + "'");
+    const std::string write = "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + file + "\"}";
+    Library library(folder.LibraryPath());
+    std::unique_ptr<char[]> out(new char[204800]);
+    {
+        // The announcement is the first frame: the port goes with it, the stream finds none.
+        Simulator gone(folder.PortLink(Port), {"--vanish-after", "1"});
+        library.Get<ExecCall>("PosExec")(out.get(), write.c_str());
+    }
+    EXPECT_TRUE(Contains(folder.LogText(), "Com port lost"));
+    Simulator back(folder.PortLink(Port));
+    EXPECT_EQ(library.Get<ExecCall>("PosExec")(out.get(), "VERSION"), 1);
+    EXPECT_STREQ(out.get(), "NEW6210 SIM 1.0");
+}
+
 TEST_F(Faults, AnyNonZeroLogModeSwitchesTheLogOn)
 {
     const struct {
