@@ -1,28 +1,23 @@
 #!/usr/bin/env bash
 # Runs the Windows build under Wine: a fresh Wine prefix, then per scenario a program on a
 # pseudo-terminal linked in as a COM port (the terminal simulator, or for the driver's own test
-# a scripted peer), a Windows program against it, and checks of what reached the far end and
-# of the log.
+# a scripted peer), wine_host.exe's scenario of that name against it, and checks of what
+# reached the far end and of the library's log.
 #
 #   run-wine-tests.sh --dll Varnik.dll --host wine_host.exe --sim new6210-sim
-#                     [--win32-test wine_win32_test.exe]
-#                     [--notransmit-host wine_notransmit_host.exe] [--fake-winscard winscard.dll]
-#                     [--wine wine64] [--keep] [scenario ...]
+#                     [--fake-winscard winscard.dll] [--wine wine64] [--keep] [scenario ...]
 #
-# wine_win32_test.exe and wine_notransmit_host.exe are looked for beside wine_host.exe, the
-# stand-in winscard.dll in fake-winscard/ there, unless given. With no scenario names, all of
-# them run. --keep leaves the work folder for a look afterwards.
+# The stand-in winscard.dll is looked for in fake-winscard/ beside wine_host.exe unless given.
+# With no scenario names, all of them run. --keep leaves the work folder for a look afterwards.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-dll="" host="" win32_test="" notransmit_host="" fake_winscard="" sim="" wine="" keep=0
+dll="" host="" fake_winscard="" sim="" wine="" keep=0
 scenarios=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --dll) dll="$2"; shift 2 ;;
     --host) host="$2"; shift 2 ;;
-    --win32-test) win32_test="$2"; shift 2 ;;
-    --notransmit-host) notransmit_host="$2"; shift 2 ;;
     --fake-winscard) fake_winscard="$2"; shift 2 ;;
     --sim) sim="$2"; shift 2 ;;
     --wine) wine="$2"; shift 2 ;;
@@ -33,16 +28,12 @@ while [ $# -gt 0 ]; do
 done
 [ ${#scenarios[@]} -gt 0 ] ||
   scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid)
-[ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
-[ -n "$notransmit_host" ] || notransmit_host="$(dirname "$host")/wine_notransmit_host.exe"
 [ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
-
-for file in "$dll" "$host" "$win32_test" "$notransmit_host" "$fake_winscard" "$sim"; do
-  if [ -z "$file" ] || [ ! -f "$file" ]; then
-    echo "missing: '$file' (need --dll, --host, --sim, and beside the host" \
-      "wine_win32_test.exe, wine_notransmit_host.exe and fake-winscard/winscard.dll)" >&2
+for file in "$dll" "$host" "$fake_winscard" "$sim"; do
+  [ -n "$file" ] && [ -f "$file" ] || {
+    echo "missing: '$file' (need --dll, --host, --sim and fake-winscard/winscard.dll)" >&2
     exit 2
-  fi
+  }
 done
 if [ -z "$wine" ]; then
   wine=$(command -v wine64 || true)
@@ -110,13 +101,8 @@ make_folder() {
   printf '{"mode":1}' >"$folder/config/debug.json"
 }
 
-# A folder as Windows sees it, through drive Z: (the Unix root).
-windows_path() {
-  printf 'Z:%s' "${1//\//\\}"
-}
-
 app="$work/app"
-make_folder "$app" "$host" wine_host.exe "$win32_test" wine_win32_test.exe
+make_folder "$app" "$host" wine_host.exe
 
 # Starts a program that serves a pseudo-terminal. Its first line on standard output names the
 # pty: from then on it listens.
@@ -204,39 +190,29 @@ expect_received() {
   [[ "$stream" == *":$1:"* ]] || fail "$scenario: the library never received $1"
 }
 
-# Runs a program of the given folder there, under a time limit; its output goes to the
-# terminal and to $work/<scenario>.out, the logs of the run to $work/<scenario>.log.
-run_in_folder() {
-  local folder="$1" program="$2"
-  shift 2
-  local status=0
+# wine_host.exe's scenario of the same name, in the given folder (the app folder by default),
+# under a time limit; its output goes to the terminal and to $work/<scenario>.out, the
+# library's log of the run to $work/<scenario>.log.
+run_host() {
+  local folder="$app" status=0
+  [ "${1:-}" != "--in" ] || { folder="$2"; shift 2; }
   rm -f "$folder"/Log/*/*.log
-  (cd "$folder" && timeout 120 "$wine" "$folder/$program" "$@") >"$work/$scenario.out" 2>&1 ||
-    status=$?
+  (cd "$folder" && timeout 120 "$wine" "$folder/wine_host.exe" "$scenario" "$port" "$@") \
+    >"$work/$scenario.out" 2>&1 || status=$?
   sed 's/^/  | /' "$work/$scenario.out"
   cat "$folder"/Log/*/*.log >"$work/$scenario.log" 2>/dev/null || true
-  if [ "$status" -eq 124 ]; then
-    fail "$scenario: $program did not finish within 120 s"
-  elif [ "$status" -ne 0 ]; then
-    fail "$scenario: $program exited with $status"
-  fi
-}
-
-# wine_host.exe's scenario of the same name on the library of the app folder, with the given
-# settings.
-run_host() {
-  run_in_folder "$app" wine_host.exe "$(windows_path "$app")\\Varnik.dll" "$port" "$@" "$scenario"
+  [ "$status" -ne 124 ] || fail "$scenario: wine_host.exe did not finish within 120 s"
+  [ "$status" -eq 0 ] || [ "$status" -eq 124 ] || fail "$scenario: wine_host.exe exited with $status"
 }
 
 # --- scenarios ---------------------------------------------------------------------------
 
-# The platform layer and the COM port driver on Wine, the driver against a scripted far end;
-# COM9 is no serial device at all. The cases and their checks are in WineWin32Test.cpp.
+# The platform layer and the COM port driver against a scripted far end on COM$port; the
+# COM number given as null= is no serial device at all.
 scenario_win32() {
-  local peer_port=8 null_port=9
-  start_line_end python3 "$here/port_peer.py" "$WINEPREFIX/dosdevices/com$peer_port"
-  ln -sfn /dev/null "$WINEPREFIX/dosdevices/com$null_port"
-  run_in_folder "$app" wine_win32_test.exe "$peer_port" "$null_port"
+  start_line_end python3 "$here/port_peer.py" "$WINEPREFIX/dosdevices/com$port"
+  ln -sfn /dev/null "$WINEPREFIX/dosdevices/com9"
+  run_host null=9
   stop_line_end
 }
 
@@ -277,11 +253,8 @@ scenario_pcsc() {
 # checks of the calls are in NoTransmitHost.cpp.
 scenario_notransmit() {
   local folder="$work/notransmit"
-  make_folder "$folder" "$notransmit_host" wine_notransmit_host.exe "$fake_winscard" winscard.dll
-  WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" with_simulator -- run_in_folder "$folder" \
-    wine_notransmit_host.exe "$(windows_path "$folder")\\Varnik.dll" "$port" notransmit
-  grep -qxF "PASS notransmit" <(tr -d '\r' <"$work/notransmit.out") ||
-    fail "notransmit: the host did not pass"
+  make_folder "$folder" "$host" wine_host.exe "$fake_winscard" winscard.dll
+  WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winscard=n" with_simulator -- run_host --in "$folder"
   expect_bytes "02 38 02 03 3A" 1 "02 38 03 03 3B" 1
   expect_log "Not Found SCardTransmit" "$connected"
   if grep -qF "Redirection WinCard completed" <(log_text); then
@@ -294,7 +267,7 @@ scenario_notransmit() {
 swipe_frame="02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37"
 scenario_swipe() {
   local stripe="4111111111111111=2512101|4111111111111111=2512|"
-  with_simulator --stripe "$stripe" -- run_host "stripe=$stripe"
+  with_simulator --stripe "$stripe" -- run_host
   expect_sent "$swipe_frame" 1
   expect_bytes "18" 0
   expect_received "02:$(text_hex "$stripe"):03"
