@@ -44,7 +44,7 @@ TEST(CommandLine, WordsBecomeAnInvocation)
         {{"--lib", "a.so", "version", "-h"}, "help lib=a.so help=version"},
         {{}, "error"},
         {{"--lib"}, "error"},
-        {{"--lib="}, "error"},
+        {{"--lib=", "probe"}, "error"},
         {{"--lib", "a.so"}, "error"},
         {{"--verbose", "probe"}, "error"},
         {{"help", "probe", "version"}, "error"},
