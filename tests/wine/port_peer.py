@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The far end of the serial line for wine_win32_test.exe: a pseudo-terminal linked where Wine
-looks for a COM port. Prints the pty path, then serves until killed:
+"""The far end of the serial line for wine_host.exe's "win32" scenario: a pseudo-terminal
+linked where Wine looks for a COM port. Prints the pty path, then serves until killed:
 
   B        reply 'B', the line speed (4 bytes LE) and flags: 1 CS8, 2 PARENB, 4 CSTOPB,
            8 CRTSCTS, 16 IXON or IXOFF
