@@ -95,9 +95,7 @@ int ReadCancelled(decltype(&::getVersion) read, decltype(&::PosCancel) cancel)
     HWND window = CreateWindowExA(0, windowClass.lpszClassName, "", WS_OVERLAPPED, 0, 0, 0, 0,
                                   nullptr, nullptr, nullptr, nullptr);
     Check(window != nullptr, "CreateWindowExA failed");
-    CheckPort();  // the probe's own loop pumps messages too: post only once it is over
-    PostMessageA(window, WM_APP, 0, 0);
-    std::memset(g_out, 0, sizeof g_out);
+    PostMessageA(window, WM_APP, 0, 0);  // after the probe, whose own loop pumps messages too
     const int result = read(g_out);
     DestroyWindow(window);
     Check(g_cancelCalls == 1 && g_cancelResult == 0,
@@ -196,44 +194,43 @@ std::string Exchange(TransmitFn transmit, TransmitFn later, SCARDHANDLE card,
 
 // --- the export scenarios -------------------------------------------------------------------
 
-void RunVersion()
+// The text readers as a host calls them, a row each: the export, the cancel that a window
+// message runs during the wait, and the whole text the caller's buffer must get, with its NUL;
+// the result is its length, and nothing past it is written. A cancelled read gives the CAN.
+struct TextRead {
+    const char* scenario;
+    const char* read;
+    const char* cancel;
+    std::string text;
+};
+
+const TextRead TextReads[] = {
+    {"version", "getVersion", nullptr, "NEW6210 WINE 2.5"},  // the simulator's --version-text
+    {"cancel", "getVersion", "PosCancel", ""},
+    // The simulator's stripe in track notation: B, '=' as D, F, then the XOR of the hex digits
+    // (C for both, worked out by hand).
+    {"swipe", "MsreRead", nullptr, "B4111111111111111D2512101FC|B4111111111111111D2512FC"},
+    {"swipecancel", "MsreRead", "MsreCancel", ""},
+};
+
+void RunTextRead(const TextRead& row)
 {
+    const auto read = Export<decltype(&::getVersion)>(g_library, row.read);
     CheckPort();
     Check(EXPORT(PosSelect)() == 0, "PosSelect did not give 0");
-    Fill();
-    const int result = EXPORT(getVersion)(g_out);
-    std::printf("  getVersion() = %d, \"%.80s\"\n", result, g_out);
-    Check(result == static_cast<int>(strnlen(g_out, sizeof g_out)) &&
-              g_out == g_settings["version"],
-          "getVersion did not give the simulator's version text and its length");
-}
-
-void RunCancel()
-{
-    ReadCancelled(EXPORT(getVersion), EXPORT(PosCancel));
-    Check(g_out[0] == 0x18, "the reply was not the terminal's CAN");
-}
-
-// A swipe that nobody makes: the terminal's CAN comes back as a one-byte text.
-void RunSwipeCancel()
-{
-    const int result = ReadCancelled(EXPORT(MsreRead), EXPORT(MsreCancel));
-    Check(result == 1 && g_out[0] == 0x18 && g_out[1] == 0, "the CAN did not come back as text");
-}
-
-// The simulator's default stripe "4111111111111111=2512101|4111111111111111=2512|" in track
-// notation: B, '=' as D, F, then the XOR of the hex digits (C for both, worked out by hand).
-void RunSwipe()
-{
-    const std::string expected = "B4111111111111111D2512101FC|B4111111111111111D2512FC";
-    CheckPort();
-    Fill();
-    const int result = EXPORT(MsreRead)(g_out);
-    std::printf("  MsreRead() = %d, \"%.80s\"\n", result, g_out);
-    Check(result == static_cast<int>(expected.size()) &&
-              std::memcmp(g_out, expected.c_str(), expected.size() + 1) == 0,
-          "MsreRead did not give the track text with its NUL and its length");
-    CheckUntouchedFrom(expected.size() + 1, "MsreRead");
+    if (row.cancel == nullptr) {
+        Fill();
+        const int result = read(g_out);
+        Check(result == static_cast<int>(row.text.size()) &&
+                  std::memcmp(g_out, row.text.c_str(), row.text.size() + 1) == 0,
+              Format("%s gave %d, \"%.80s\"", row.read, result, g_out));
+        CheckUntouchedFrom(row.text.size() + 1, row.read);
+        return;
+    }
+    // The terminal's CAN goes in as it came, with no terminator of its own: a zeroed buffer.
+    std::memset(g_out, 0, sizeof g_out);
+    const int result = ReadCancelled(read, Export<decltype(&::PosCancel)>(g_library, row.cancel));
+    Check(result == 1 && g_out[0] == 0x18, Format("%s gave %d, not the CAN", row.read, result));
 }
 
 // The card in text form (mode 0, UTF-8) and as the binary block (mode 2: the same record in
@@ -528,39 +525,46 @@ void RunWin32()
 }
 
 const std::pair<std::string, void (*)()> Scenarios[] = {
-    {"version", RunVersion}, {"cancel", RunCancel},         {"swipe", RunSwipe},
-    {"swipecancel", RunSwipeCancel}, {"thaiid", RunThaiId}, {"pcsc", RunPcsc},
-    {"notransmit", RunNoTransmit},   {"win32", RunWin32},
-};
+    {"thaiid", RunThaiId}, {"pcsc", RunPcsc}, {"notransmit", RunNoTransmit}, {"win32", RunWin32}};
+
+std::function<void()> FindScenario(const std::string& name)
+{
+    for (const auto& scenario : Scenarios)
+        if (scenario.first == name)
+            return scenario.second;
+    for (const TextRead& row : TextReads)
+        if (name == row.scenario)
+            return [&row] { RunTextRead(row); };
+    return nullptr;
+}
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    for (const auto& scenario : Scenarios) {
-        if (argc < 3 || scenario.first != argv[1])
-            continue;
-        g_port = std::atoi(argv[2]);
-        for (int i = 3; i < argc; ++i) {
-            const char* equals = std::strchr(argv[i], '=');
-            if (equals != nullptr)
-                g_settings[std::string(argv[i], equals - argv[i])] = equals + 1;
-        }
-        char path[MAX_PATH];
-        const DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
-        std::string library(path, length);
-        library = library.substr(0, library.find_last_of('\\') + 1) + "Varnik.dll";
-        g_library = scenario.first == "win32" ? nullptr : LoadLibraryA(library.c_str());
-        try {
-            Check(g_library != nullptr || scenario.first == "win32", "cannot load " + library);
-            scenario.second();
-            std::printf("PASS %s\n", argv[1]);
-            return 0;
-        } catch (const std::exception& failure) {
-            std::printf("FAIL %s: %s\n", argv[1], failure.what());
-            return 1;
-        }
+    const std::function<void()> run = argc < 3 ? nullptr : FindScenario(argv[1]);
+    if (!run) {
+        std::fprintf(stderr, "usage: wine_host.exe <scenario> <COM number> [name=value ...]\n");
+        return 2;
     }
-    std::fprintf(stderr, "usage: wine_host.exe <scenario> <COM number> [name=value ...]\n");
-    return 2;
+    g_port = std::atoi(argv[2]);
+    for (int i = 3; i < argc; ++i) {
+        const char* equals = std::strchr(argv[i], '=');
+        if (equals != nullptr)
+            g_settings[std::string(argv[i], equals - argv[i])] = equals + 1;
+    }
+    char path[MAX_PATH];
+    std::string library(path, GetModuleFileNameA(nullptr, path, MAX_PATH));
+    library = library.substr(0, library.find_last_of('\\') + 1) + "Varnik.dll";
+    const bool win32 = std::strcmp(argv[1], "win32") == 0;
+    g_library = win32 ? nullptr : LoadLibraryA(library.c_str());
+    try {
+        Check(g_library != nullptr || win32, "cannot load " + library);
+        run();
+        std::printf("PASS %s\n", argv[1]);
+        return 0;
+    } catch (const std::exception& failure) {
+        std::printf("FAIL %s: %s\n", argv[1], failure.what());
+        return 1;
+    }
 }
