@@ -135,19 +135,6 @@ TEST(FrameParser, EveryRowWholeCutInTwoAnywhereAndByteByByte)
     }
 }
 
-TEST(FrameParser, AllRowsInOneArrivalComeOutInOrder)
-{
-    Bytes all;
-    std::string events;
-    for (const Row& row : Rows()) {
-        if (row.stream == 0) {
-            all = all + row.wire;
-            events += (events.empty() ? "" : ", ") + row.events;
-        }
-    }
-    EXPECT_EQ(Parse(all, {}, 0), events);
-}
-
 TEST(FrameParser, AbandonAndEndlessTextLeaveItReadyForTheNextFrame)
 {
     FrameParser parser(OperationTable());
