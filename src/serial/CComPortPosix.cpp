@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/Platform.h"
 #include "support/Format.h"
 #include "support/Log.h"
 
@@ -71,16 +72,17 @@ int CComPort::Open(int port)
     return 1;
 }
 
-// Waits up to the write time limit for the line to take more bytes.
-static bool WaitWritable(int fd)
+// Waits up to `waitMs` for the line to take more bytes.
+static bool WaitWritable(int fd, int waitMs)
 {
     pollfd ready{fd, POLLOUT, 0};
-    return poll(&ready, 1, PortWriteWaitMs) == 1 && (ready.revents & POLLOUT) != 0;
+    return poll(&ready, 1, waitMs) == 1 && (ready.revents & POLLOUT) != 0;
 }
 
-// Sends `count` bytes, waiting at most the time limit each time the line is full; returns the
-// bytes that went out through the waiting path.
-static uint32_t SendBytes(int fd, const uint8_t* bytes, int count)
+// Sends `count` bytes, waiting at most `waitMs` each time the line is full, so a write lasts
+// as long as the line keeps taking bytes; returns the bytes that went out through the waiting
+// path.
+static uint32_t SendBytes(int fd, const uint8_t* bytes, int count, int waitMs)
 {
     uint32_t waited = 0;
     bool pending = false;
@@ -97,7 +99,7 @@ static uint32_t SendBytes(int fd, const uint8_t* bytes, int count)
             continue;
         if (written < 0 && errno != EAGAIN)
             break;  // lost in silence; the caller sees only the missing answer
-        if (!WaitWritable(fd))
+        if (!WaitWritable(fd, waitMs))
             break;
         pending = true;
     }
@@ -115,10 +117,10 @@ int CComPort::Write(const void* data, int length)
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
     if (length <= ByteByByteLimit) {
         for (int i = 0; i < length; ++i)
-            m_ovWrite.Offset += SendBytes(m_hPort, bytes + i, 1);
+            m_ovWrite.Offset += SendBytes(m_hPort, bytes + i, 1, PortWriteWaitMs);
         return length > 0 ? length : 0;
     }
-    m_ovWrite.Offset += SendBytes(m_hPort, bytes, length);
+    m_ovWrite.Offset += SendBytes(m_hPort, bytes, length, PortWriteTimeoutMs);
     return 1;
 }
 
@@ -147,6 +149,31 @@ int CComPort::Read(void* buffer, int limit, int room)
     if (count < 0 && errno != EAGAIN)
         WriteLog(std::strerror(errno));
     return 0;
+}
+
+PortWait CComPort::WaitInput(int timeoutMs)
+{
+    if (m_bOpen == 0 || m_hPort == NullPortHandle)
+        return PortWait::Gone;
+    PortHandle wake = CancelWakeHandle();
+    pollfd watched[2] = {{m_hPort, POLLIN, 0}, {wake, POLLIN, 0}};
+    nfds_t count = wake != NullPortHandle ? 2 : 1;
+    if (count == 1 && (timeoutMs < 0 || timeoutMs > WakelessWaitMs))
+        timeoutMs = WakelessWaitMs;  // no wake-up to watch: look at the cancel flag this often
+
+    int ready = poll(watched, count, timeoutMs < 0 ? -1 : timeoutMs);
+    if (ready < 0)
+        return errno == EINTR ? PortWait::Wake : PortWait::Gone;  // a signal is harmless
+    if (ready == 0)
+        return PortWait::Timeout;
+    // A hung-up tty reads as readable for ever and gives nothing: an unplugged adapter, or a
+    // pseudo-terminal whose other side closed. Bytes that came before it were read already.
+    if ((watched[0].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0)
+        return PortWait::Gone;
+    if ((watched[0].revents & POLLIN) != 0)
+        return PortWait::Input;
+    ClearCancelWake();
+    return PortWait::Wake;
 }
 
 void CComPort::Close()

@@ -83,9 +83,9 @@ LRESULT CALLBACK CancelWindowProc(HWND window, UINT message, WPARAM wParam, LPAR
     return 0;
 }
 
-// Reads with a cancel posted to a hidden window, as a host's button would send it; the
-// simulator (--hold or --swipe-wait) answers the one CAN with its own, which ends the wait.
-int ReadCancelled(decltype(&::getVersion) read, decltype(&::PosCancel) cancel)
+// Reads with a message posted to a hidden window, whose handler (a cancel, as a host's button
+// would send it) must run once, from inside the library's wait, and give 0.
+int ReadWithMessage(decltype(&::getVersion) read, decltype(&::PosCancel) cancel)
 {
     g_cancel = cancel;
     WNDCLASSA windowClass = {};
@@ -99,7 +99,7 @@ int ReadCancelled(decltype(&::getVersion) read, decltype(&::PosCancel) cancel)
     const int result = read(g_out);
     DestroyWindow(window);
     Check(g_cancelCalls == 1 && g_cancelResult == 0,
-          Format("the cancel ran %d time(s) during the wait and gave %d", g_cancelCalls,
+          Format("the message ran %d time(s) during the wait and gave %d", g_cancelCalls,
                  g_cancelResult));
     return result;
 }
@@ -229,8 +229,36 @@ void RunTextRead(const TextRead& row)
     }
     // The terminal's CAN goes in as it came, with no terminator of its own: a zeroed buffer.
     std::memset(g_out, 0, sizeof g_out);
-    const int result = ReadCancelled(read, Export<decltype(&::PosCancel)>(g_library, row.cancel));
+    const int result = ReadWithMessage(read, Export<decltype(&::PosCancel)>(g_library, row.cancel));
     Check(result == 1 && g_out[0] == 0x18, Format("%s gave %d, not the CAN", row.read, result));
+}
+
+// A message that keeps the thread busy while the terminal answers: the reply that arrives
+// during the dispatch is read whole as soon as the handler returns, and no CAN goes out.
+int VARNIK_CALL BusyHandler()
+{
+    Sleep(200);
+    return 0;
+}
+
+void RunBusyMessage()
+{
+    CheckPort();
+    std::memset(g_out, 0, sizeof g_out);
+    const int result = ReadWithMessage(EXPORT(getVersion), BusyHandler);
+    Check(result == 15 && std::string(g_out) == "NEW6210 SIM 1.0",
+          Format("getVersion gave %d, \"%.80s\", not the whole reply", result, g_out));
+}
+
+// PosExec's "write" of the file= file (forward slashes, so no JSON escaping); the run script
+// checks what the terminal stored.
+void RunUpload()
+{
+    CheckPort();
+    const std::string command =
+        "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + g_settings["file"] + "\"}";
+    const int result = EXPORT(PosExec)(g_out, command.c_str());
+    Check(result == 0, Format("PosExec(%s) gave %d", command.c_str(), result));
 }
 
 // The card in text form (mode 0, UTF-8) and as the binary block (mode 2: the same record in
@@ -525,7 +553,8 @@ void RunWin32()
 }
 
 const std::pair<std::string, void (*)()> Scenarios[] = {
-    {"thaiid", RunThaiId}, {"pcsc", RunPcsc}, {"notransmit", RunNoTransmit}, {"win32", RunWin32}};
+    {"thaiid", RunThaiId},   {"pcsc", RunPcsc},     {"notransmit", RunNoTransmit},
+    {"win32", RunWin32},     {"upload", RunUpload}, {"busymessage", RunBusyMessage}};
 
 std::function<void()> FindScenario(const std::string& name)
 {

@@ -27,7 +27,7 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ ${#scenarios[@]} -gt 0 ] ||
-  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid)
+  scenarios=(win32 version cancel busymessage pcsc notransmit swipe swipecancel thaiid upload)
 [ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
 for file in "$dll" "$host" "$fake_winscard" "$sim"; do
   [ -n "$file" ] && [ -f "$file" ] || {
@@ -195,6 +195,13 @@ scenario_cancel() {
   expect_log "${cancelled[@]}"
 }
 
+# A message dispatched by the wait keeps the host busy while the version reply arrives: the
+# reply is read whole afterwards, and no CAN goes out.
+scenario_busymessage() {
+  with_simulator -- run_host
+  expect_bytes "$version" 1 "$can" 0
+}
+
 # The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai
 # ID card's citizen number comes through SCardTransmit, also through a pointer taken before.
 scenario_pcsc() {
@@ -241,6 +248,17 @@ scenario_thaiid() {
   expect_log ">02:32:00:00:${thai_prompt// /:}:03:0B" ">02:32:00:02:${thai_prompt// /:}:03:09" \
     "Close Device was Successful"
   expect_received "1234567890121|"
+}
+
+# A 1 MB file through PosExec to a terminal on a line so slow that one 204,800-byte block
+# outlasts the port's 5 s write time-out: it must arrive whole, with the size and CRC-32 it
+# was announced with ("stored" in the record).
+scenario_upload() {
+  head -c 1048576 /dev/urandom >"$work/upload.bin"
+  with_simulator --throttle=345600 -- run_host "file=Z:$work/upload.bin"
+  grep -qP '^stored\tupload\.bin\t1048576\t' "$work/upload.rec.files" ||
+    fail "the terminal did not store upload.bin whole"
+  expect_log "update completed"
 }
 
 for scenario in "${scenarios[@]}"; do

@@ -62,8 +62,18 @@ int main(int argc, char** argv) {
     SetUp(options, state);
 
     std::FILE* record = nullptr;
-    if (!options.recordPath.empty() && (record = std::fopen(options.recordPath.c_str(), "wb")) == nullptr) {
-        return Fail("cannot write the record file " + options.recordPath);
+    if (!options.recordPath.empty()) {
+        const std::string files = options.recordPath + ".files";
+        if ((record = std::fopen(options.recordPath.c_str(), "wb")) == nullptr) {
+            return Fail("cannot write the record file " + options.recordPath);
+        }
+        if ((state.uploadRecord = std::fopen(files.c_str(), "w")) == nullptr) {
+            return Fail("cannot write the record file " + files);
+        }
+    }
+    std::FILE* sent = nullptr;
+    if (!options.sentPath.empty() && (sent = std::fopen(options.sentPath.c_str(), "wb")) == nullptr) {
+        return Fail("cannot write the record file " + options.sentPath);
     }
     Pty pty;
     if (!pty.Open(error)) {
@@ -80,8 +90,12 @@ int main(int argc, char** argv) {
     TrafficLog log(options.quiet);
     log.Note("terminal ready on " + slave +
              (options.linkPath.empty() ? "" : " (linked as " + options.linkPath + ")"));
-    auto writeToHost = [&pty, &log, &options](const uint8_t* data, size_t length) {
+    auto writeToHost = [&pty, &log, &options, sent](const uint8_t* data, size_t length) {
         Pty::WriteResult result = pty.Write(data, length, options.session.overrunMs);
+        if (sent != nullptr) {
+            std::fwrite(data, 1, length, sent);
+            std::fflush(sent);
+        }
         if (result == Pty::WriteResult::Overrun) {
             log.Warn("the host took nothing for " + std::to_string(options.session.overrunMs) +
                      " ms: the rest of the reply and the unread bytes are lost");
@@ -95,13 +109,14 @@ int main(int argc, char** argv) {
     };
     Simulator simulator(state, writer, log, options.session, vanish);
 
-    RunSession(pty, simulator, record, log);
+    RunSession(pty, simulator, record, log, InputPace(options.faults.throttleBaud));
 
     if (!options.linkPath.empty()) {
         RemoveLink(options.linkPath, slave);
     }
     if (record != nullptr) {
         std::fclose(record);
+        std::fclose(state.uploadRecord);
     }
     log.Note("stopped");
     return 0;

@@ -123,7 +123,6 @@ const std::pair<std::vector<std::string>, const char*> Mistakes[] = {
     {{"thaiid", "--mode=5", "--out=x.bin"}, "--out is for modes 2 and 3"},
     {{"pcsc", "apdu", "00A404"}, "apdu needs a command"},
     {{"pcsc", "list"}, "usage: varnik pcsc"},
-    {{"exec", "x"}, "not in this version"},
 };
 
 struct Result {
