@@ -1,7 +1,9 @@
 // What the simulator says about a frame it drops: the bytes that arrived, counted once.
 #include "FrameParser.h"
 #include "Handlers.h"
-#include "TestSupport.h"
+#include "Hex.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -16,7 +18,9 @@ TEST(ParserReport, ADroppedFrameCountsEachPayloadByteOnce) {
     };
     for (const auto& row : rows) {
         FrameParser parser(OperationTable());
-        parser.Feed(Hex(row.wire), [](const ParserEvent&) {});
+        Bytes wire;
+        ASSERT_TRUE(ParseHex(row.wire, wire));
+        parser.Feed(wire, [](const ParserEvent&) {});
         const std::string report = parser.Abandon();
         EXPECT_NE(report.find(row.report), std::string::npos) << row.wire << ": " << report;
     }
