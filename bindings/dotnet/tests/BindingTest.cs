@@ -191,8 +191,8 @@ static class BindingTest
             // A cancel after the end sends nothing: the port stays open after a script, and a
             // stray cancel would reach the next call.
             var source = new CancellationTokenSource();
-            var version = T.ExecAsync("VERSION", source.Token);
-            Expect(version.Wait(10000) && version.Result.Text == "NEW6210 SIM 1.0", "Exec async");
+            var later = T.ExecAsync("VERSION", source.Token);
+            Expect(later.Wait(10000) && later.Result.Text == "NEW6210 SIM 1.0", "Exec async");
             source.Cancel();
             Expect(T.Exec("VERSION").Code == 1 && !sim.ReceivedText.Contains("\u0018"), "no stray CAN");
             Throws<CommandFailedException>(() => empty.ThrowIfFailed("Exec"), "ThrowIfFailed", e => e.Result == -2);
