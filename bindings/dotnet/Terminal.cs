@@ -61,6 +61,14 @@ namespace Varnik
             return Waiting(VersionNow, token);
         }
 
+        // For the plain calls: ends the one that waits on another thread. The terminal gets
+        // one cancel and that call returns with its answer. With nothing waiting it is kept
+        // for the next wait on a port that a script left open, so prefer the async forms.
+        public static void Cancel()
+        {
+            NativeMethods.PosCancel();
+        }
+
         // Counts the display columns of a Thai text: stacked marks take none. No terminal.
         public int ThaiColumns(string text)
         {
@@ -323,7 +331,7 @@ namespace Varnik
                         }
                     }
                 }
-            }, CancellationToken.None, TaskCreationOptions.LongRunning, TaskScheduler.Default);
+            }, token, TaskCreationOptions.LongRunning, TaskScheduler.Default);
         }
 
         static Task Waiting(Action call, CancellationToken token)
