@@ -54,6 +54,32 @@ void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count, DWORD waitMs)
     }
 }
 
+// A long piece, waited for as long as the line keeps taking bytes. The system ends a request
+// that has run for the port's write time-out with what went out so far; the rest is written
+// again. Only a request that moved nothing at all ends the write early, and then the system
+// holds neither the buffer nor the OVERLAPPED any more, so the caller may refill the buffer.
+void SendWhole(CComPort& com, const uint8_t* bytes, DWORD count)
+{
+    // Past the line's own time-out the system has failed to end the request: cancel it.
+    constexpr DWORD RequestWaitMs = WriteTimeoutMs + PortWriteWaitMs;
+    while (count > 0) {
+        DWORD written = 0;
+        if (!WriteFile(com.m_hPort, bytes, count, &written, &com.m_ovWrite)) {
+            if (GetLastError() != ERROR_IO_PENDING) {
+                return;
+            }
+            DWORD waitResult = WaitForSingleObject(com.m_ovWrite.hEvent, RequestWaitMs);
+            written = FinishPending(com.m_hPort, com.m_ovWrite, waitResult);
+            com.m_ovWrite.Offset += written;
+        }
+        if (written == 0 || written > count) {
+            return;
+        }
+        bytes += written;
+        count -= written;
+    }
+}
+
 }  // namespace
 
 CComPort::CComPort() : m_nHold(0), m_hPort(NullPortHandle), m_bOpen(0)
@@ -160,9 +186,9 @@ int CComPort::Write(const void* data, int length)
         return length > 0 ? length : 0;
     }
     // A long piece needs its time on the line (a whole transmit buffer takes 2.2 s at 921600
-    // baud), and a pending write cannot be left running past this call: it is cancelled only
-    // once the line's own write time-out has passed, so a working line loses nothing.
-    SendPiece(*this, bytes, static_cast<DWORD>(length), WriteTimeoutMs);
+    // baud, longer on a slower line), and the caller refills the buffer as soon as this
+    // returns: it returns only when every byte has gone or the line has stopped taking any.
+    SendWhole(*this, bytes, static_cast<DWORD>(length));
     return 1;
 }
 
