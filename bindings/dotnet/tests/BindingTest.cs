@@ -204,5 +204,10 @@ static class BindingTest
             Throws<FileNotFoundException>(() => T.Upload(file + ".missing"), "upload of a missing file");
             T.Probe();  // the scripts leave the port open: close it before the terminal goes
         }
+        using (var sim = new Sim("--fail-upload=receipt.json")) {
+            Throws<CommandFailedException>(() => T.Upload(file), "upload the terminal failed",
+                                           e => e.Failure == Failure.CommandRefused && e.Result == -1);
+            T.Probe();
+        }
     }
 }
