@@ -11,6 +11,8 @@ set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Driver library for the NEW6210 payment terminal")
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON)
 set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF)
+# Debug information stays in the build folders.
+set(CPACK_STRIP_FILES ON)
 
 if(WIN32)
   install(TARGETS varnik varnik_cli RUNTIME DESTINATION . COMPONENT arch)
