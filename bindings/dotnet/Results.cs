@@ -12,7 +12,7 @@ namespace Varnik
         PortUnavailable,    // 110: no port known, or it will not open
         NoTerminal,         // 1538: nothing answered the probe
         CommandRefused,     // -1 of a script: the command failed or the terminal cancelled it
-        ScriptError,        // -2 of a script: unreadable, names no command, or no card
+        ScriptError,        // -2, -3 of a script: unreadable, no command, a member or card missing
         PortClosed,         // -790: the port was found closed when the script started
         RedirectionFailed,  // -1 of ReaderSelect: the slot could not be put in front of PC/SC
     }
@@ -247,14 +247,16 @@ namespace Varnik
         }
     }
 
-    // What a command script gave: its number and, for some commands, a text.
+    // What a command script gave: its number and, for some commands, a text. A negative
+    // number is a failure: -2 and -3 of the script itself, any other of its command.
     public sealed class ExecResult
     {
         internal ExecResult(int code, string text)
         {
             Code = code;
             Text = text;
-            Failure = code == -1 ? Failure.CommandRefused : code == -2 ? Failure.ScriptError : Failure.None;
+            Failure = code >= 0 ? Failure.None
+                    : code == -2 || code == -3 ? Failure.ScriptError : Failure.CommandRefused;
         }
 
         public int Code { get; private set; }
@@ -264,12 +266,12 @@ namespace Varnik
 
         public ExecResult ThrowIfFailed(string operation)
         {
-            if (Code == -1)
+            if (Failure == Failure.ScriptError)
+                throw new CommandFailedException(operation, Code, Failure,
+                    "the command document could not be read, names no command or lacks a member");
+            if (Failure == Failure.CommandRefused)
                 throw new CommandFailedException(operation, Code, Failure,
                     "the terminal refused or cancelled the command");
-            if (Code == -2)
-                throw new CommandFailedException(operation, Code, Failure,
-                    "the command document could not be read or names no command");
             return this;
         }
     }
