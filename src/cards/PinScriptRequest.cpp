@@ -79,7 +79,7 @@ int RunFileRequest(DeviceContext& context, char* out, CkJsonObject& json)
     if (cmd.empty())
         return 0;
     AppendBytes(context, "\x39", 1);
-    if (SameWord(cmd, "list")) {
+    if (EqualNoCase(cmd, "list")) {
         AppendBytes(context, "\x4C", 1);
         CloseFrame(context);
         int written = SendFrame(context);
@@ -88,7 +88,7 @@ int RunFileRequest(DeviceContext& context, char* out, CkJsonObject& json)
         ReadReplyInto(context, out, PinWorkSize);
         return 0;
     }
-    if (SameWord(cmd, "del")) {
+    if (EqualNoCase(cmd, "del")) {
         AppendBytes(context, "\x44", 1);
         CloseFrame(context);
         AppendText(context, MemberText(json, "file").c_str());  // behind the check byte
@@ -98,7 +98,7 @@ int RunFileRequest(DeviceContext& context, char* out, CkJsonObject& json)
         ReadReply(context, nullptr, nullptr);
         return 0;
     }
-    if (SameWord(cmd, "write")) {
+    if (EqualNoCase(cmd, "write")) {
         std::string file = MemberText(json, "file");
         if (file.empty())
             return -2;
@@ -131,9 +131,9 @@ int RunPinScriptRequest(char* out, const char* request)
     ScriptDocument document;
     LoadScriptDocument(document, text);  // a failed load leaves an empty document
     std::string format = MemberText(document.json, "format");
-    if (SameWord(format, "PINPAD"))
+    if (EqualNoCase(format, "PINPAD"))
         return SendPinpadScript(out, text, PinWorkSize);
-    if (!SameWord(format, "FILE"))
+    if (!EqualNoCase(format, "FILE"))
         return -1;
     return RunFileRequest(context, out, document.json);
 }

@@ -10,24 +10,6 @@
 #include "support/Format.h"
 #include "support/Log.h"
 
-bool SameWord(const std::string& word, const char* literal)
-{
-    size_t length = std::strlen(literal);
-    if (word.size() != length)
-        return false;
-    for (size_t i = 0; i < length; ++i) {
-        unsigned char a = static_cast<unsigned char>(word[i]);
-        unsigned char b = static_cast<unsigned char>(literal[i]);
-        if (a >= 'a' && a <= 'z')
-            a = static_cast<unsigned char>(a - 'a' + 'A');
-        if (b >= 'a' && b <= 'z')
-            b = static_cast<unsigned char>(b - 'a' + 'A');
-        if (a != b)
-            return false;
-    }
-    return true;
-}
-
 std::string MemberText(CkJsonObject& json, const char* key)
 {
     const char* value = json.StringOf(key);
@@ -88,7 +70,7 @@ int RunApdu(DeviceContext& context, char* out, std::string& word)
     static const char Inserted[] = "card inserted";
     std::memcpy(out, NotInserted, sizeof NotInserted);
     word = MemberText(context.scriptDocument.json, "cmd");
-    if (word.empty() || !SameWord(word, "card"))
+    if (word.empty() || !EqualNoCase(word, "card"))
         return -1;
     WriteLog("apduCard called");
     OpenDevice(context);
@@ -116,13 +98,13 @@ bool RunFile(DeviceContext& context, char* out, std::string& word, int& result)
     if (word.empty())
         return true;
     AppendBytes(context, "\x39", 1);
-    if (SameWord(word, "list")) {
+    if (EqualNoCase(word, "list")) {
         AppendBytes(context, "\x4C", 1);
         CloseFrame(context);
         result = SendAndWait(context, reinterpret_cast<uint8_t*>(out));
         return true;
     }
-    if (SameWord(word, "del")) {
+    if (EqualNoCase(word, "del")) {
         // The name goes behind the check byte, outside the frame: the terminal reads it so.
         AppendBytes(context, "\x44", 1);
         CloseFrame(context);
@@ -135,7 +117,7 @@ bool RunFile(DeviceContext& context, char* out, std::string& word, int& result)
         }
         return true;
     }
-    if (SameWord(word, "write")) {
+    if (EqualNoCase(word, "write")) {
         word = MemberText(json, "file");
         result = UploadFile(word.c_str());
         return true;
@@ -167,7 +149,7 @@ int RunCommand(char* out, const char* command)
     }
 
     std::string word = command != nullptr ? command : "";
-    if (SameWord(word, "VERSION")) {
+    if (EqualNoCase(word, "VERSION")) {
         QueryVersion(out);
         return 1;
     }
@@ -181,23 +163,23 @@ int RunCommand(char* out, const char* command)
     word = MemberText(json, "format");
 
     BeginFrame(context, {});
-    if (SameWord(word, "BEEP")) {
+    if (EqualNoCase(word, "BEEP")) {
         AppendBytes(context, "<0", 2);
         CloseFrame(context);
         return SendAndWait(context);
     }
-    if (SameWord(word, "SCREEN"))
+    if (EqualNoCase(word, "SCREEN"))
         return RunScreen(context, word);
-    if (SameWord(word, "APDU"))
+    if (EqualNoCase(word, "APDU"))
         return RunApdu(context, out, word);
-    if (SameWord(word, "FILE")) {
+    if (EqualNoCase(word, "FILE")) {
         int result = 0;
         if (RunFile(context, out, word, result))
             return result;
     }
-    if (SameWord(word, "UPLOAD"))
+    if (EqualNoCase(word, "UPLOAD"))
         return RunUpload(context);
-    if (SameWord(word, "PINPAD"))
+    if (EqualNoCase(word, "PINPAD"))
         return SendPinpadScript(out, command);  // the caller's own text, not the parsed document
     return 0;
 }

@@ -8,8 +8,6 @@
 constexpr int ErrPortClosed = -790;
 constexpr const char* DefaultUploadFolder = "maxchar";
 
-// Command words compare without regard to ASCII case.
-bool SameWord(const std::string& word, const char* literal);
 // The string of a member; empty when it is missing or has no string.
 std::string MemberText(CkJsonObject& json, const char* key);
 

@@ -13,7 +13,7 @@ namespace {
 constexpr DWORD ComAccess = GENERIC_READ | GENERIC_WRITE;                     // 0xC0000000
 constexpr DWORD ComAttributes = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL;  // 0x40000080
 constexpr DWORD DcbLength = 28;
-constexpr DWORD WriteTimeoutMs = 5000;
+constexpr DWORD WriteTimeoutMs = PortWriteTimeoutMs;
 constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore inserts
 constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
 constexpr DWORD UserDefaultLanguage = 0x400;
@@ -54,17 +54,20 @@ void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count, DWORD waitMs)
     }
 }
 
-// A long piece, waited for as long as the line keeps taking bytes. The system ends a request
-// that has run for the port's write time-out with what went out so far; the rest is written
-// again. Only a request that moved nothing at all ends the write early, and then the system
-// holds neither the buffer nor the OVERLAPPED any more, so the caller may refill the buffer.
+// A long piece goes out in slices that a working line takes well within the port's write
+// time-out (4,096 bytes need 44 ms at 921600 baud), each waited for until it is done: a slow
+// line gets all the time it needs. A slice that the line has not taken whole when the time-out
+// ends means the line has stopped, and the write ends there. Either way the system holds
+// neither the buffer nor the OVERLAPPED when this returns, so the caller may refill the buffer.
 void SendWhole(CComPort& com, const uint8_t* bytes, DWORD count)
 {
+    constexpr DWORD SliceSize = 4096;
     // Past the line's own time-out the system has failed to end the request: cancel it.
     constexpr DWORD RequestWaitMs = WriteTimeoutMs + PortWriteWaitMs;
     while (count > 0) {
+        const DWORD slice = count < SliceSize ? count : SliceSize;
         DWORD written = 0;
-        if (!WriteFile(com.m_hPort, bytes, count, &written, &com.m_ovWrite)) {
+        if (!WriteFile(com.m_hPort, bytes, slice, &written, &com.m_ovWrite)) {
             if (GetLastError() != ERROR_IO_PENDING) {
                 return;
             }
@@ -72,11 +75,11 @@ void SendWhole(CComPort& com, const uint8_t* bytes, DWORD count)
             written = FinishPending(com.m_hPort, com.m_ovWrite, waitResult);
             com.m_ovWrite.Offset += written;
         }
-        if (written == 0 || written > count) {
+        if (written != slice) {
             return;
         }
-        bytes += written;
-        count -= written;
+        bytes += slice;
+        count -= slice;
     }
 }
 

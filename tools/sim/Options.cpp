@@ -338,7 +338,8 @@ The terminal's answers:
   --pin HEXTEXT        what the keypad returns for a PIN entry (default 1234567890ABCDEF)
   --pin-wait           the customer never finishes: a PIN entry ends only by a cancel
   --mk-reply HEX       answer a master key load with a frame of these bytes (default: ACK)
-  --script-reply TEXT  result text of a terminal script (default "OK")
+  --script-reply TEXT  result text of a terminal script (default "OK"); a terminal that
+                       cancels the script: --reply 3033=18
   --emv-name TEXT      cardholder name of the EMV read (default "JAIDEE/SOMCHAI MR")
   --stripe TEXT        the swiped tracks "track1|track2|track3"
                        (default "4111111111111111=2512101|4111111111111111=2512|")
@@ -408,7 +409,8 @@ Operations (code in hex and as text) and what the terminal answers by default:
   3804           card present?      06.  No card: 15
   394C     "9L"  list files         frame with one "name size" line per file
   3944     "9D"  delete file        ACK (the name follows the check byte)
-  3953     "9S"  announce folder    ACK
+  3953     "9S"  announce folder    ACK; the files follow one by one as "9W" (#N counts
+                                    from here)
   3957     "9W"  announce file      ACK, then takes the announced number of raw bytes and
                                     answers a frame "OK"; CAN (18) if their CRC-32 differs
                                     from the announced one, or if the host falls silent
