@@ -127,6 +127,17 @@ heading "rm and exec: delete a file, then beep with a command document"
 varnik rm welcome.json
 varnik exec '{"format":"BEEP"}'
 
+if command -v mcs >/dev/null && command -v mono >/dev/null &&
+   [ -f "$build/bindings/dotnet/Varnik.Net.dll" ]; then
+  heading "The .NET binding (Mono): Terminal.Version() from a C# program beside the library"
+  cp "$build/bindings/dotnet/Varnik.Net.dll" "$build/bindings/dotnet/Varnik.Net.dll.config" "$till/"
+  echo 'class Demo { static void Main() { System.Console.WriteLine(new Varnik.Terminal().Version()); } }' \
+    > "$till/Demo.cs"
+  quietly mcs -nologo -r:"$till/Varnik.Net.dll" -out:"$till/Demo.exe" "$till/Demo.cs"
+  echo '$ mono Demo.exe'
+  mono Demo.exe
+fi
+
 heading "The library's log: every frame in (<) and out (>) of the last command"
 log="$(find "$till/Log" -name '*.log' -type f | head -n 1)"
 if [ -n "$log" ]; then

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Runs one group of BindingTest.exe from a till folder of its own, laid out as an application
+# ships: the program, Varnik.Net.dll with its dllmap, libvarnik.so, and an empty config/.
+#   run-binding-test.sh MONO BUILD_DIR LIBRARY SIMULATOR GROUP
+set -euo pipefail
+mono="$1" build="$2" library="$3" simulator="$4" group="$5"
+till="$(mktemp -d /tmp/varnik-dotnet-XXXXXX)"
+trap 'rm -rf "$till"' EXIT
+mkdir "$till/config"
+cp "$build/BindingTest.exe" "$build/Varnik.Net.dll" "$build/Varnik.Net.dll.config" "$library" "$till/"
+"$mono" --debug "$till/BindingTest.exe" "$group" "$simulator"
