@@ -58,15 +58,14 @@ TEST(Cards, EveryTerminalCallAgainstTheTerminalsAnswers)
         {"getVersion", {"--version-text", "NEW6210 V2.31"}, {}, 13, Version,
          TextBytes("NEW6210 V2.31"), {"\tNEW6210 V2.31\r\n"}},
         {"getVersion", {"--bad-check"}, {}, 15, Version, TextBytes(Sim)},
-        {"getVersion", {"--siso"}, {}, 15, Version, TextBytes(Sim)},
-        {"getVersion", {"--byte-pace", "1"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--siso", "--byte-pace", "2"}, {}, 15, Version, TextBytes(Sim)},  // quiet alone ends it
         {"getVersion", {"--throttle"}, {}, 15, Version, TextBytes(Sim)},
-        {"getVersion", {"--delay", "300"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--split", "3:2"}, {}, 15, Version, TextBytes(Sim)},  // a pause shorter than the quiet
+        {"getVersion", {"--reply", "3B=06"}, {}, 1, Version, HexBytes("06 00")},  // a lone ACK
         // Silence ends the reply after three bytes; being no frame it is not taken, and the
         // raw bytes are what the version copies. The next call drains the tail.
         {"getVersion", {"--split", "3:200"}, {}, 3, Version, HexBytes("02 4E 45 00"), {"\t\x02NE\r\n"}},
         {"PinReadKey", {"--pin", "ABC"}, {}, 0, PinPad, PinOut(HexBytes("AB C0 00"))},
-        {"PinReadKey", {"--pin", "7"}, {}, 0, PinPad, PinOut(HexBytes("70 00"))},
         {"PinReadKey", {"--pin", "abcdef"}, {}, 0, PinPad, PinOut(HexBytes("AB CD EF 00"))},
         {"PinReadKey", {"--pin", "0x12g9"}, {}, 0, PinPad, PinOut(HexBytes("00 12 09 00"))},
         {"PinReadKey", {"--pin", "00112233445566778899AABBCCDDEEFF"}, {}, 0, PinPad, PinOut(Key + Bytes{0})},

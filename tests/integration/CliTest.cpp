@@ -17,6 +17,7 @@ namespace {
 const std::string NoPort = "No port known or it would not open (110).\n";
 const std::string Answered = "Terminal answered on port 7.\n";
 const std::string Port7 = "{\"port\":7}";
+std::string Kokai;  // KO KAI 10240 times: one byte too many for the library's work area
 
 std::string FileText(const std::string& path)
 {
@@ -44,6 +45,8 @@ bool PcscAvailable()
 
 TEST(Cli, EachCommandAgainstTheSimulator)
 {
+    for (int i = 0; i < 10240; ++i)
+        Kokai += "\xE0\xB8\x81";
     const struct {
         std::string args;
         std::string config;
@@ -55,14 +58,10 @@ TEST(Cli, EachCommandAgainstTheSimulator)
     } rows[] = {
         {"probe", "", {}, 3, {NoPort}},
         {"checkport 7", "", {}, 0, {Answered}, "", "config/varnik.json", Port7},
-        {"checkport 7", "", {"--silent"}, 3, {"No terminal answered (1538).\n"}},
-        {"probe", Port7, {}, 0, {Answered}},
         {"version", Port7, {"--version-text", "NEW6210 TEST 2.4"}, 0, {"NEW6210 TEST 2.4\n"}},
         {"swipe", Port7, {}, 0,
          {"Swipe a card on the terminal.\nB4111111111111111D2512101FC|B4111111111111111D2512FC\n"
           "Track 1: B4111111111111111D2512101FC\nTrack 2: B4111111111111111D2512FC\n"}},
-        {"pin", Port7, {"--pin", "A1B2C3D4E5F60718"}, 0,
-         {"Enter the PIN on the terminal.\nA1B2C3D4E5F607180000000000000000\n"}},
         {"pinclear 'Amount 100'", Port7, {"--pin", "A1B2C3D4E5F60718"}, 0,
          {"Enter the PIN on the terminal.\nA1B2C3D4E5F60718\n"}, "pinclear.json|Amount 100"},
         {"thaiid", Port7, {}, 0,
@@ -72,21 +71,27 @@ TEST(Cli, EachCommandAgainstTheSimulator)
         {"thaiid --mode 2 --out card.bin", Port7, {}, 0,
          {"00000000  31 32 33 34 35 36 37 38  39 30 31 32 31 7C", " bytes to card.bin.\n"}, "",
          "card.bin", "1234567890121|"},
-        {"pcsc atr", Port7, {}, 0,
-         {"Reader:       NEW6210 Reader Card\nATR:          3B 68 00 00 54 48 20 4E 49 44 20 36\n"}},
+        // A text the library would end the process for is refused; the largest it holds is not.
+        {"thailen " + std::string(10239, 'a'), "", {}, 0, {"10239\n"}},
+        {"thailen " + Kokai, "", {}, 1, {""}},
+        // The file commands reach the terminal's store: a folder named relative to the till.
+        {"upload up", Port7, {"--files", ""}, 0, {"9 bytes in 1 file", "Done: the terminal answered"}, "/up/sub/digits.txt"},
+        {"files", Port7, {"--files", "a.bin:3"}, 0, {"a.bin 3\n"}},
+        {"rm a.bin", Port7, {"--files", "a.bin:3"}, 0, {}, "a.bin"},
         {"pcsc apdu 00A4040008A000000054480001", Port7, {}, 0, {"Reader:       NEW6210 Reader Card\n", "< SW 61 0A\n> 00 C0 00 00 0A\n< "}},
         {"pcsc thaiid", Port7, {}, 0,
          {"Citizen ID:   1234567890121\n", "Issuer:       ท้องถิ่นเขตตัวอย่าง/กรุงเทพมหานคร\n",
           "(JPEG) written to thaiid.jpg.\n"}, "", "thaiid.jpg", "\xFF\xD8"},
-        {"pcsc readers", "", {}, 3, {NoPort}},
         {"pcsc thaiid --photo none.jpg", Port7, {"--card", "out"}, 3,
          {"No card in NEW6210 Reader Card: SCARD_E_NO_SMARTCARD (0x8010000C).\n"}, "", "none.jpg", ""},
     };
     for (const auto& row : rows) {
         if (row.args.rfind("pcsc", 0) == 0 && !PcscAvailable())
             continue;
-        SCOPED_TRACE(row.args);
+        SCOPED_TRACE(row.args.substr(0, 40));
         Session s(row.options, row.config);
+        RunCommand("mkdir -p '" + s.folder.Folder() + "/up/sub' && printf 123456789 > '" + s.folder.Folder() +
+                   "/up/sub/digits.txt'");
         std::string output;
 
         EXPECT_EQ(Varnik(s.folder, row.args, &output), row.status);

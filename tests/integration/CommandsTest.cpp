@@ -12,9 +12,8 @@
 
 namespace {
 
-constexpr int Port = 7;
+constexpr int Port = SessionPort;
 
-Bytes Text(const std::string& text) { return Bytes(text.c_str(), text.c_str() + text.size() + 1); }
 // STX, payload, ETX and the XOR of the payload: built here, apart from the library's builder.
 Bytes Frame(const Bytes& payload)
 {
@@ -23,23 +22,13 @@ Bytes Frame(const Bytes& payload)
         check ^= b;
     return Bytes{0x02} + payload + Bytes{0x03, check};
 }
-Bytes Script(const std::string& text) { return Frame(Bytes{0x30, 0x33} + Text(text)); }
+Bytes Script(const std::string& text) { return Frame(Bytes{0x30, 0x33} + TextBytes(text)); }
 const Bytes ListFrame = HexBytes("02 39 4C 03 75");
-const Bytes DeleteA = HexBytes("02 39 44 03 7D") + Text("a.bin");
-
-size_t Lines(const std::string& log, const std::string& text)
-{
-    return CountOf(Bytes(log.begin(), log.end()), Bytes(text.begin(), text.end()));
-}
+const Bytes DeleteA = HexBytes("02 39 44 03 7D") + TextBytes("a.bin");
 
 // Log on, port 7, the simulator, the library; and the files that the commands below name.
-struct CommandSession {
-    Workspace folder;
-    Simulator terminal;
-    Library library;
-    explicit CommandSession(const Options& options)
-        : terminal((folder.EnableLog(), folder.UsePort(Port), folder.PortLink(Port)), options),
-          library(folder.LibraryPath())
+struct CommandSession : Session {
+    explicit CommandSession(const Options& options) : Session(options)
     {
         const std::pair<const char*, std::string> files[] = {
             {"libvarnik/json/}{", R"({"format":"BEEP"})"}, {"libvarnik/json/{", R"({"format":"BEEP"})"},
@@ -85,8 +74,8 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
 {
     const std::string pinpad = R"({"format":"PINPAD","n":1})", viaFile = R"({"format":"FILE","cmd":"pinpad"})";
     const std::string json = R"({"format":"PINPAD"})", tooLong = "does not fit the 1000000-byte";
-    const Bytes writeAbc = Frame(HexBytes("39 57 02 00 00 00 6D B5 4E 97") + Text("x.bin")) + HexBytes("AB C0");
-    const Bytes write4097 = Frame(HexBytes("39 57 01 10 00 00 18 84 C9 1E") + Text("y")) + Bytes(4096, 0) + Bytes{0xA5};
+    const Bytes writeAbc = Frame(HexBytes("39 57 02 00 00 00 6D B5 4E 97") + TextBytes("x.bin")) + HexBytes("AB C0");
+    const Bytes write4097 = Frame(HexBytes("39 57 01 10 00 00 18 84 C9 1E") + TextBytes("y")) + Bytes(4096, 0) + Bytes{0xA5};
     struct Row { std::string text; Options options; int result; Bytes wire; std::string out, logged; };
     const Row rows[] = {
         {"VerSion", {}, 1, HexBytes("02 3B 03 3B"), "NEW6210 SIM 1.0", ""},
@@ -145,8 +134,8 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         EXPECT_EQ(std::string(out.data()), row.out) << label;
         const std::string log = s.folder.LogText();
         EXPECT_TRUE(Contains(log, row.logged)) << label;
-        EXPECT_EQ(Lines(log, "json error :"), Lines(row.logged, "json error :")) << label;
-        EXPECT_EQ(Lines(log, "Close Device"), pin ? 1u : 0u) << label;  // PosExec leaves the port open
+        EXPECT_EQ(CountOf(log, "json error :"), CountOf(row.logged, "json error :")) << label;
+        EXPECT_EQ(CountOf(log, "Close Device"), pin ? 1u : 0u) << label;  // PosExec leaves the port open
     }
 }
 
@@ -171,7 +160,7 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         EXPECT_EQ(s.Outcomes(&stored), row.outcomes) << command;
         std::sort(stored.begin(), stored.end());
         EXPECT_TRUE(row.stored.empty() || stored == row.stored) << command;
-        EXPECT_EQ(Lines(s.folder.LogText(), "update completed"), Lines(row.outcomes, "stored") + Lines(row.outcomes, "failed"));
+        EXPECT_EQ(CountOf(s.folder.LogText(), "update completed"), CountOf(row.outcomes, "stored") + CountOf(row.outcomes, "failed"));
         const Bytes wire = s.terminal.Received();  // one announcement of all three full paths
         for (const char* part : {"9S\x03", "/tree/a.bin", "/tree/sub/empty.bin", "/tree/sub/deep/c.bin"})
             EXPECT_TRUE(command != tree || Contains(std::string(wire.begin(), wire.end()), part)) << part;

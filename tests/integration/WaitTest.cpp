@@ -1,5 +1,5 @@
-// The waits for the terminal, against the simulator: where a reply ends, what a cancel does to
-// a wait (from a thread, in bursts, from a signal handler), and ports that vanish under a wait.
+// The waits for the terminal, against the simulator: a cancel from a signal handler, ports that
+// vanish under a wait, and a terminal that never answers.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
@@ -22,71 +22,6 @@ constexpr int Port = 7;
 const Bytes VersionFrame = {0x02, 0x3B, 0x03, 0x3B};
 const Bytes Can = {0x18};
 
-size_t LogLines(const std::string& log, const std::string& text)
-{
-    std::string line = "\t" + text + "\r\n";
-    return CountOf(Bytes(log.begin(), log.end()), Bytes(line.begin(), line.end()));
-}
-
-struct Waits : ::testing::Test {
-    Workspace folder;
-    void SetUp() override { folder.EnableLog(), folder.UsePort(Port); }
-};
-
-TEST_F(Waits, AReplyEndsWithItsFrameOrAfterFiveMillisecondsOfQuiet)
-{
-    struct Row {
-        std::vector<std::string> options;
-        Bytes text;  // what getVersion hands out
-    };
-    const Bytes whole = HexBytes("4E 45 57 36 32 31 30 20 53 49 4D 20 31 2E 30");
-    const Row rows[] = {
-        {{}, whole},                                  // the frame in one read
-        {{"--split", "3:2"}, whole},                  // a pause shorter than the quiet
-        {{"--siso", "--byte-pace", "2"}, whole},      // no frame rule for SI..SO: quiet alone
-        {{"--split", "3:60"}, HexBytes("02 4E 45")},  // a longer pause ends it; dropped raw
-        {{"--reply", "3B=06"}, {0x06}},               // a lone ACK: quiet ends it
-    };
-    for (const Row& row : rows) {
-        Workspace fresh;
-        fresh.UsePort(Port);
-        Simulator terminal(fresh.PortLink(Port), row.options);
-        Library library(fresh.LibraryPath());
-        char out[64] = {};
-        int length = library.Get<TextCall>("getVersion")(out);
-        EXPECT_EQ(Bytes(out, out + length), row.text) << row.options.size();
-        EXPECT_EQ(terminal.Received(), VersionFrame);
-    }
-}
-
-// A swipe that nobody makes, cancelled from another thread once its frame is out.
-TEST_F(Waits, CancelsFromAnotherThreadWakeTheWaitAndPutOneCanOutPerServedRequest)
-{
-    for (int cancels : {1, 10}) {
-        Workspace fresh;
-        fresh.EnableLog(), fresh.UsePort(Port);
-        Simulator terminal(fresh.PortLink(Port), {"--swipe-wait"});
-        Library library(fresh.LibraryPath());
-        auto cancel = library.Get<VoidCall>("MsreCancel");
-        std::thread canceller([&] {
-            terminal.WaitReceived(18);
-            for (int i = 0; i < cancels; ++i)
-                cancel();
-        });
-        char out[64] = {};
-        EXPECT_EQ(library.Get<TextCall>("MsreRead")(out), 1);
-        canceller.join();
-
-        size_t sent = CountOf(terminal.Received(), Can);
-        EXPECT_GE(sent, 1u) << cancels;
-        EXPECT_LE(sent, static_cast<size_t>(cancels));
-        EXPECT_EQ(out[0], 0x18) << "the terminal's answer to the CAN ends the wait";
-        std::string log = fresh.LogText();
-        EXPECT_EQ(LogLines(log, "Pos Cancel "), static_cast<size_t>(cancels));
-        EXPECT_LT(log.find("\tPos Cancel \r\n"), log.find("\t>18\r\n")) << log;
-    }
-}
-
 VoidCall* g_signalCancel = nullptr;
 std::atomic<int> g_signals{0};
 
@@ -98,12 +33,11 @@ void CancelOnSignal(int)
 
 // The host's Ctrl-C handler calling PosCancel while the interrupted thread logs: every probe
 // still succeeds (a cancel does not end the probe) and every cancel gets its line.
-TEST_F(Waits, PosCancelFromASignalHandlerNeitherDeadlocksNorLosesItsLine)
+TEST(Waits, PosCancelFromASignalHandlerNeitherDeadlocksNorLosesItsLine)
 {
-    Simulator terminal(folder.PortLink(Port));
-    Library library(folder.LibraryPath());
-    auto select = library.Get<VoidCall>("PosSelect");
-    g_signalCancel = library.Get<VoidCall>("PosCancel");
+    Session s;
+    auto select = s.Get<VoidCall>("PosSelect");
+    g_signalCancel = s.Get<VoidCall>("PosCancel");
     g_signals = 0;
     struct sigaction action {}, previous{};
     action.sa_handler = CancelOnSignal;
@@ -128,39 +62,49 @@ TEST_F(Waits, PosCancelFromASignalHandlerNeitherDeadlocksNorLosesItsLine)
 
     EXPECT_EQ(failures, 0);
     EXPECT_GT(g_signals.load(), 0);
-    EXPECT_EQ(LogLines(folder.LogText(), "Pos Cancel "), static_cast<size_t>(g_signals.load()));
-    EXPECT_EQ(CountOf(terminal.Received(), Can), 0u);
+    EXPECT_EQ(CountOf(s.folder.LogText(), "\tPos Cancel \r\n"), static_cast<size_t>(g_signals.load()));
+    EXPECT_EQ(CountOf(s.terminal.Received(), Can), 0u);
 }
 
-// The terminal's port vanishes on the first frame: the call ends as after silence with nothing
-// read, and once the port is back the next call opens it again.
-TEST_F(Waits, AVanishedPortEndsTheWaitAndTheNextCallOpensItAgain)
+// The terminal's port vanishes on the first frame, of a wait or of an upload: the call ends as
+// after silence with nothing read, and once the port is back the next call opens it again.
+TEST(Waits, AVanishedPortEndsTheCallAndTheNextCallOpensItAgain)
 {
-    struct Row {
-        const char* name;
+    const struct {
+        std::string name;
         int vanished, back;
-    };
-    for (const Row& row : {Row{"getVersion", 0, 15}, Row{"PosSelect", 1538, 0}}) {
+    } rows[] = {{"getVersion", 0, 15}, {"PosSelect", 1538, 0}, {"PosExec", 0, 1}};
+    for (const auto& row : rows) {
         Workspace fresh;
         fresh.EnableLog(), fresh.UsePort(Port);
+        const std::string file = fresh.Folder() + "/big.bin";
+        RunCommand("head -c 300000 /dev/urandom > '" + file + "'");
+        const std::string write = "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + file + "\"}";
         Library library(fresh.LibraryPath());
-        char out[64] = {};
-        auto call = [&] { return row.name[0] == 'g' ? library.Get<TextCall>(row.name)(out)
-                                                    : library.Get<VoidCall>(row.name)(); };
+        std::vector<char> out(204800);
+        auto call = [&](const std::string& exec) {
+            if (row.name == "PosExec")
+                return library.Get<int(char*, const char*)>("PosExec")(out.data(), exec.c_str());
+            return row.name == "getVersion" ? library.Get<TextCall>("getVersion")(out.data())
+                                            : library.Get<VoidCall>(row.name.c_str())();
+        };
         {
             Simulator gone(fresh.PortLink(Port), {"--vanish-after", "1"});
-            EXPECT_EQ(call(), row.vanished) << row.name;
+            EXPECT_EQ(call(write), row.vanished) << row.name;
         }
-        EXPECT_EQ(LogLines(fresh.LogText(), "Com port lost"), 1u) << row.name;
+        EXPECT_EQ(CountOf(fresh.LogText(), "\tCom port lost\r\n"), 1u) << row.name;
         Simulator back(fresh.PortLink(Port));
-        EXPECT_EQ(call(), row.back) << row.name;
+        EXPECT_EQ(call("VERSION"), row.back) << row.name;
+        EXPECT_STREQ(out.data(), row.name == "PosSelect" ? "" : "NEW6210 SIM 1.0") << row.name;
     }
 }
 
 // A terminal that never answers, not even a CAN: the wait goes on past the cancel, and only
 // the end of the port (here the simulator's) ends it.
-TEST_F(Waits, ASilentTerminalIsWaitedForPastACancelUntilItsPortGoes)
+TEST(Waits, ASilentTerminalIsWaitedForPastACancelUntilItsPortGoes)
 {
+    Workspace folder;
+    folder.EnableLog(), folder.UsePort(Port);
     auto terminal = std::make_unique<Simulator>(folder.PortLink(Port), std::vector<std::string>{"--silent"});
     Library library(folder.LibraryPath());
     std::atomic<bool> returned{false};

@@ -1,6 +1,6 @@
 // The POSIX line as the driver leaves it: raw 921600 8N1 without flow control, read back
-// from the device; exclusive while open and free after; the ">" traffic line capped at the
-// byte-by-byte limit; and no descriptor kept by an open that failed.
+// from the device; exclusive while open and free after; and no descriptor kept by an open that
+// failed.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -65,31 +65,6 @@ TEST(Line, AnOpenPortIsExclusiveUntilClosedAndFailedOpensKeepNoDescriptor)
     first.Close();
     EXPECT_EQ(second.Open(PtyPort::Number), 1) << "free again once closed";
     second.Close();
-}
-
-TEST(Line, TheSentLineShowsAtMostTheFirstHundredBytes)
-{
-    PtyPort line;
-    line.EnableLog();
-    CComPort port;
-    ASSERT_EQ(port.Open(PtyPort::Number), 1);
-    for (int length : {100, 101, 150}) {
-        std::vector<uint8_t> bytes(static_cast<size_t>(length), 0xAB);
-        bytes[99] = 0xCD;
-        port.Write(bytes.data(), length);
-        line.Receive();
-    }
-    const std::string log = line.LogText();
-    std::string hundred;
-    for (int i = 0; i < 99; ++i)
-        hundred += "AB:";
-    hundred += "CD\r\n";
-    size_t lines = 0;
-    for (size_t at = log.find('>'); at != std::string::npos; at = log.find('>', at + 1)) {
-        EXPECT_EQ(log.substr(at + 1, hundred.size()), hundred);
-        ++lines;
-    }
-    EXPECT_EQ(lines, 3u);
 }
 
 }  // namespace

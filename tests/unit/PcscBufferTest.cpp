@@ -54,6 +54,8 @@ TEST_F(AnsweredCall, AnswersGoOnlyIntoBuffersThatHoldThem)
         {"list", 0, SCARD_E_INSUFFICIENT_BUFFER, 21, 0},
         {"list", 19, SCARD_E_INSUFFICIENT_BUFFER, 21, 0},
         {"list", 20, SCARD_S_SUCCESS, 19, 20},
+        {"list", 21, SCARD_S_SUCCESS, 19, 21},  // the closing NUL only where there is room
+        {"list", 64, SCARD_S_SUCCESS, 19, 21},
         {"status", 33, SCARD_E_INSUFFICIENT_BUFFER, 62, 0},
         {"status", 62, SCARD_S_SUCCESS, 62, 62},
         {"transmit", 16, SCARD_E_INSUFFICIENT_BUFFER, 300, 0},
