@@ -111,6 +111,7 @@ TEST(Session, PosCancelDuringAWaitAndBetweenCalls)
                     cancel();
             });
         } else {
+            s.Get<int(const char*)>("ThaiLen")("");  // started: the start-up would wipe the cancel too
             EXPECT_EQ(cancel(), 0);
         }
         const int result = CallExport(s.library, row.call, out.data());
