@@ -28,7 +28,6 @@ inline Bytes Frame(const std::string& head, const std::string& text, const std::
 }
 // `head`, then unwritten bytes up to `size` (if it is longer).
 Bytes Filled(size_t size, const Bytes& head);
-inline Bytes BufferBytes(const void* from, size_t count) { return Bytes((const uint8_t*)from, (const uint8_t*)from + count); }
 size_t CountOf(const Bytes& haystack, const Bytes& needle);  // non-overlapping
 inline size_t CountOf(const std::string& text, const std::string& part) { return CountOf(Bytes(text.begin(), text.end()), Bytes(part.begin(), part.end())); }
 inline bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
