@@ -17,7 +17,6 @@ namespace {
 const std::string NoPort = "No port known or it would not open (110).\n";
 const std::string Answered = "Terminal answered on port 7.\n";
 const std::string Port7 = "{\"port\":7}";
-std::string Kokai;  // KO KAI 10240 times: one byte too many for the library's work area
 
 std::string FileText(const std::string& path)
 {
@@ -45,8 +44,9 @@ bool PcscAvailable()
 
 TEST(Cli, EachCommandAgainstTheSimulator)
 {
+    std::string kokai;  // KO KAI 10240 times: one byte too many for the library's work area
     for (int i = 0; i < 10240; ++i)
-        Kokai += "\xE0\xB8\x81";
+        kokai += "\xE0\xB8\x81";
     const struct {
         std::string args;
         std::string config;
@@ -73,7 +73,7 @@ TEST(Cli, EachCommandAgainstTheSimulator)
          "card.bin", "1234567890121|"},
         // A text the library would end the process for is refused; the largest it holds is not.
         {"thailen " + std::string(10239, 'a'), "", {}, 0, {"10239\n"}},
-        {"thailen " + Kokai, "", {}, 1, {""}},
+        {"thailen " + kokai, "", {}, 1, {""}},
         // The file commands reach the terminal's store: a folder named relative to the till.
         {"upload up", Port7, {"--files", ""}, 0, {"9 bytes in 1 file", "Done: the terminal answered"}, "/up/sub/digits.txt"},
         {"files", Port7, {"--files", "a.bin:3"}, 0, {"a.bin 3\n"}},
