@@ -87,6 +87,8 @@ TEST(Cards, EveryTerminalCallAgainstTheTerminalsAnswers)
         {"PinReadKeyClear", {"--pin", std::string(300, '7')}, TextBytes("Amount"), 0, Amount,
          Bytes(8, 0x77) + Bytes{0}},
         {"PinReadKeyClear", {"--reply", "3030=31:32"}, TextBytes("Amount"), 0, Amount, Bytes(9, 0)},
+        // A prompt too long for txBuffer: no frame cut short of its ETX goes out.
+        {"PinReadKeyClear", {}, TextBytes(std::string(204800, 'P')), 0, {}, Bytes(9, 0)},
         // The master key goes out; the reply comes back over it: an ACK over key[0], a frame
         // and its NUL over the start, a refused reply nowhere.
         {"PinLoadMK", {}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"), HexBytes("06")},
