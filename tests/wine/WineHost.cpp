@@ -139,6 +139,7 @@ std::string CallReader(HMODULE winscard,
 const std::string VirtualReader =
     "establish 0 context 4D2, list 0 19 \"NEW6210 Reader Card\" then 0, connect 0 card 1234 protocol 1, "
     "status 0 state 6 protocol 1 ATR 12, disconnect 0";
+
 using TransmitFn = decltype(&::SCardTransmit);
 
 // One APDU; a T=0 "61 xx" is followed by GET RESPONSE through `later`.
