@@ -7,7 +7,7 @@
 // application does, and check each call's result and the caller's buffer; the script checks
 // the bytes that reached the far end and the log. "win32" runs the platform layer and the COM
 // port driver, linked in from the library's objects, against port_peer.py. The program does
-// not import winscard.dll, so that the stand-in without SCardTransmit can be the one loaded.
+// not import winscard.dll: ReaderSelect must find it unhooked when it is first loaded.
 #include <windows.h>
 #include <winscard.h>
 
@@ -55,19 +55,8 @@ void CheckPort()
     Check(result == 0, Format("PosCheckPort(%d) gave %d", g_port, result));
 }
 
-// Caller buffers larger than any reply; filled with 0x55 before a call whose reach counts.
+// The caller's buffer, larger than any reply.
 char g_out[256 * 1024];
-
-void Fill()
-{
-    std::memset(g_out, 0x55, sizeof g_out);
-}
-
-void CheckUntouchedFrom(size_t from, const char* call)
-{
-    Check(std::string(g_out + from, 64) == std::string(64, 0x55),
-          Format("%s wrote past byte %d", call, static_cast<int>(from)));
-}
 
 // --- cancel from a window message that the library's own wait dispatches -------------------
 
@@ -102,25 +91,6 @@ int ReadWithMessage(decltype(&::getVersion) read, decltype(&::PosCancel) cancel)
           Format("the message ran %d time(s) during the wait and gave %d", g_cancelCalls,
                  g_cancelResult));
     return result;
-}
-
-// --- message boxes: OK is pressed on each, its text kept -----------------------------------
-
-std::vector<std::string> g_notices;
-HHOOK g_cbtHook = nullptr;
-
-LRESULT CALLBACK AnswerNotice(int code, WPARAM wParam, LPARAM lParam)
-{
-    HWND window = reinterpret_cast<HWND>(wParam);
-    char windowClass[16] = {};
-    if (code == HCBT_ACTIVATE && GetClassNameA(window, windowClass, sizeof windowClass) != 0 &&
-        std::strcmp(windowClass, "#32770") == 0) {  // a dialog: the message box
-        char text[256] = {};
-        GetDlgItemTextA(window, 0xFFFF, text, sizeof text);  // 0xFFFF: a message box's text
-        g_notices.push_back(text);
-        PostMessageA(window, WM_COMMAND, MAKEWPARAM(IDOK, BN_CLICKED), 0);
-    }
-    return CallNextHookEx(g_cbtHook, code, wParam, lParam);
 }
 
 // --- the reader calls before SCardTransmit, however they were bound -------------------------
@@ -169,10 +139,6 @@ std::string CallReader(HMODULE winscard,
 const std::string VirtualReader =
     "establish 0 context 4D2, list 0 19 \"NEW6210 Reader Card\" then 0, connect 0 card 1234 protocol 1, "
     "status 0 state 6 protocol 1 ATR 12, disconnect 0";
-// fake_winscard.c's own answers.
-const std::string StandIn =
-    "establish 1111 context 7777, list 1113 99 \"Fake\" then 85, connect 1115 card 7777 protocol 2, "
-    "status 1112 state 7777 protocol 2 ATR 0, disconnect 1114";
 
 using TransmitFn = decltype(&::SCardTransmit);
 
@@ -207,10 +173,6 @@ struct TextRead {
 const TextRead TextReads[] = {
     {"version", "getVersion", nullptr, "NEW6210 WINE 2.5"},  // the simulator's --version-text
     {"cancel", "getVersion", "PosCancel", ""},
-    // The simulator's stripe in track notation: B, '=' as D, F, then the XOR of the hex digits
-    // (C for both, worked out by hand).
-    {"swipe", "MsreRead", nullptr, "B4111111111111111D2512101FC|B4111111111111111D2512FC"},
-    {"swipecancel", "MsreRead", "MsreCancel", ""},
 };
 
 void RunTextRead(const TextRead& row)
@@ -219,12 +181,13 @@ void RunTextRead(const TextRead& row)
     CheckPort();
     Check(EXPORT(PosSelect)() == 0, "PosSelect did not give 0");
     if (row.cancel == nullptr) {
-        Fill();
+        std::memset(g_out, 0x55, sizeof g_out);
         const int result = read(g_out);
         Check(result == static_cast<int>(row.text.size()) &&
                   std::memcmp(g_out, row.text.c_str(), row.text.size() + 1) == 0,
               Format("%s gave %d, \"%.80s\"", row.read, result, g_out));
-        CheckUntouchedFrom(row.text.size() + 1, row.read);
+        Check(std::string(g_out + result + 1, 64) == std::string(64, 0x55),
+              Format("%s wrote past its text and NUL", row.read));
         return;
     }
     // The terminal's CAN goes in as it came, with no terminator of its own: a zeroed buffer.
@@ -261,39 +224,6 @@ void RunUpload()
     Check(result == 0, Format("PosExec(%s) gave %d", command.c_str(), result));
 }
 
-// The card in text form (mode 0, UTF-8) and as the binary block (mode 2: the same record in
-// TIS-620, one byte per character, then the simulator's photo of photo= bytes).
-void RunThaiId()
-{
-    const char citizen[] = "1234567890121|";
-    const char firstNameUtf8[] = "\xE0\xB8\xAA\xE0\xB8\xA1\xE0\xB8\x8A\xE0\xB8\xB2\xE0\xB8\xA2";
-    const char firstNameTis620[] = "\xCA\xC1\xAA\xD2\xC2";
-    const int photo = std::atoi(g_settings["photo"].c_str());
-    CheckPort();
-    Fill();
-    int result = EXPORT(ThaiIDRead)(g_out, 0);
-    const std::string text(g_out, strnlen(g_out, sizeof g_out));
-    Check(result == static_cast<int>(text.size()) && text.find(citizen) == 0 &&
-              text.find(firstNameUtf8) != std::string::npos,
-          "the text form is not the record in UTF-8 with its length: " + text.substr(0, 60));
-    int characters = 0;
-    for (char c : text)
-        characters += (c & 0xC0) != 0x80;
-
-    Fill();
-    result = EXPORT(ThaiIDRead)(g_out, 2);
-    std::printf("  ThaiIDRead(out, 2) = %d for %d characters and a photo of %d\n", result,
-                characters, photo);
-    Check(result == characters + photo, "the block is not the record and the photo");
-    const std::string record(g_out, characters);
-    Check(record.find(citizen) == 0 && record.find(firstNameTis620) != std::string::npos,
-          "the block does not begin with the record in TIS-620");
-    const unsigned char* jpeg = reinterpret_cast<unsigned char*>(g_out) + characters;
-    Check(jpeg[0] == 0xFF && jpeg[1] == 0xD8 && jpeg[photo - 2] == 0xFF && jpeg[photo - 1] == 0xD9,
-          "the photo of the block is not a whole JPEG");
-    CheckUntouchedFrom(static_cast<size_t>(result), "ThaiIDRead");
-}
-
 // ReaderSelect (twice) hooks winscard.dll; a SCardTransmit pointer taken before and one taken
 // after both reach the terminal's card.
 void RunPcsc()
@@ -319,30 +249,6 @@ void RunPcsc()
               "the citizen number did not come back");
     });
     Check(answers == VirtualReader, "not the virtual reader: " + answers);
-}
-
-// ReaderSelect against the stand-in winscard.dll beside this program, which has no
-// SCardTransmit: one notice, -1, the five functions before it hooked all the same, and the
-// stand-in's own code back once the library is unloaded.
-void RunNoTransmit()
-{
-    Check(GetModuleHandleA("winscard.dll") == nullptr, "winscard.dll was loaded unasked");
-    HMODULE winscard = LoadLibraryA("winscard.dll");
-    Check(winscard != nullptr && GetProcAddress(winscard, "SCardTransmit") == nullptr,
-          "the winscard.dll found is not the stand-in");
-    Check(CallReader(winscard) == StandIn, "the stand-in's functions answer otherwise");
-    CheckPort();
-    g_cbtHook = SetWindowsHookExA(WH_CBT, AnswerNotice, nullptr, GetCurrentThreadId());
-    const int result = EXPORT(ReaderSelect)();
-    UnhookWindowsHookEx(g_cbtHook);
-    Check(result == -1, Format("ReaderSelect gave %d", result));
-    Check(g_notices == std::vector<std::string>{"Not Found SCardTransmit"},
-          "there was not the one notice \"Not Found SCardTransmit\"");
-    const std::string hooked = CallReader(winscard);
-    Check(hooked == VirtualReader, "after ReaderSelect, not the virtual reader: " + hooked);
-    FreeLibrary(g_library);
-    g_library = nullptr;
-    Check(CallReader(winscard) == StandIn, "unloading the library did not restore the stand-in");
 }
 
 // --- the platform layer and the COM port driver ---------------------------------------------
@@ -553,8 +459,7 @@ void RunWin32()
 }
 
 const std::pair<std::string, void (*)()> Scenarios[] = {
-    {"thaiid", RunThaiId},   {"pcsc", RunPcsc},     {"notransmit", RunNoTransmit},
-    {"win32", RunWin32},     {"upload", RunUpload}, {"busymessage", RunBusyMessage}};
+    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}, {"busymessage", RunBusyMessage}};
 
 std::function<void()> FindScenario(const std::string& name)
 {

@@ -8,26 +8,13 @@
 #   - only system DLLs are imported (no compiler runtime DLL has to travel with it);
 #   - FileVersion and ProductVersion are 1.0.2.0.
 #
-#   check-exports.sh --source <repository> [--objdump OBJDUMP] <Varnik.dll> [<Varnik.dll> ...]
+#   check-exports.sh REPOSITORY OBJDUMP Varnik.dll...
 #
 # The .def file of each DLL is chosen by its machine type (PE32+ Varnik64.def, PE32 Varnik32.def).
 set -euo pipefail -f  # no globbing: export names hold "?"
-
-source_dir="" objdump=""
-dlls=()
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --source) source_dir="$2"; shift 2 ;;
-    --objdump) objdump="$2"; shift 2 ;;
-    -*) echo "unknown option: $1" >&2; exit 2 ;;
-    *) dlls+=("$1"); shift ;;
-  esac
-done
-[ -n "$source_dir" ] && [ ${#dlls[@]} -gt 0 ] || {
-  echo "usage: check-exports.sh --source DIR [--objdump OBJDUMP] DLL..." >&2
-  exit 2
-}
-[ -n "$objdump" ] || objdump=$(command -v x86_64-w64-mingw32-objdump || command -v objdump)
+source_dir="$1" objdump="$2"
+shift 2
+dlls=("$@")
 
 source "$(dirname "$0")/pe-tools.sh"
 

@@ -6,22 +6,9 @@
 # operators take one reference). That names of one routine share its address, check-exports.sh
 # checks on this DLL too.
 #
-#   check-x86-stack.sh --source <repository> [--objdump OBJDUMP] <x86 Varnik.dll>
+#   check-x86-stack.sh REPOSITORY OBJDUMP Varnik.dll
 set -euo pipefail -f  # no globbing: export names hold "?"
-
-source_dir="" objdump="" dll=""
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --source) source_dir="$2"; shift 2 ;;
-    --objdump) objdump="$2"; shift 2 ;;
-    *) dll="$1"; shift ;;
-  esac
-done
-[ -n "$source_dir" ] && [ -n "$dll" ] || {
-  echo "usage: check-x86-stack.sh --source DIR [--objdump OBJDUMP] DLL" >&2
-  exit 2
-}
-[ -n "$objdump" ] || objdump=$(command -v x86_64-w64-mingw32-objdump || command -v objdump)
+source_dir="$1" objdump="$2" dll="$3"
 
 source "$(dirname "$0")/pe-tools.sh"
 

@@ -20,8 +20,7 @@ endforeach()
 if(VARNIK_PE_OBJDUMP AND varnik_built_dlls)
   add_test(NAME windows.exports
            COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/check-exports.sh
-                   --source ${CMAKE_CURRENT_LIST_DIR}/../..
-                   --objdump ${VARNIK_PE_OBJDUMP} ${varnik_built_dlls})
+                   ${CMAKE_CURRENT_LIST_DIR}/../.. ${VARNIK_PE_OBJDUMP} ${varnik_built_dlls})
   set_tests_properties(windows.exports PROPERTIES TIMEOUT 60)
 else()
   message(STATUS "Export check left out: needs x86_64-w64-mingw32-objdump and a mingw build")
@@ -29,19 +28,14 @@ endif()
 if(VARNIK_PE_OBJDUMP AND EXISTS "${VARNIK_WIN32_DIR}")
   add_test(NAME windows.x86stack
            COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/check-x86-stack.sh
-                   --source ${CMAKE_CURRENT_LIST_DIR}/../..
-                   --objdump ${VARNIK_PE_OBJDUMP} ${VARNIK_WIN32_DIR}/Varnik.dll)
+                   ${CMAKE_CURRENT_LIST_DIR}/../.. ${VARNIK_PE_OBJDUMP} ${VARNIK_WIN32_DIR}/Varnik.dll)
   set_tests_properties(windows.x86stack PROPERTIES TIMEOUT 60)
 endif()
 
 if(VARNIK_WINE64 AND EXISTS "${VARNIK_WIN64_DIR}" AND TARGET new6210-sim)
   add_test(NAME wine.session
-           COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/run-wine-tests.sh
-                   --wine ${VARNIK_WINE64}
-                   --dll ${VARNIK_WIN64_DIR}/Varnik.dll
-                   --host ${VARNIK_WIN64_DIR}/tests/wine/wine_host.exe
-                   --fake-winscard ${VARNIK_WIN64_DIR}/tests/wine/fake-winscard/winscard.dll
-                   --sim $<TARGET_FILE:new6210-sim>)
+           COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/run-wine-tests.sh ${VARNIK_WINE64} ${VARNIK_WIN64_DIR}/Varnik.dll
+                   ${VARNIK_WIN64_DIR}/tests/wine/wine_host.exe $<TARGET_FILE:new6210-sim>)
   set_tests_properties(wine.session PROPERTIES TIMEOUT 300)
 else()
   message(STATUS "Wine test left out: needs wine64, ${VARNIK_WIN64_DIR} and the simulator")

@@ -75,20 +75,15 @@ static class BindingTest
         public void Dispose() { m_process.Kill(); m_process.WaitForExit(); }
     }
 
-    static int Count(string text, char c) { return text.Count(x => x == c); }
-
     static void Session()
     {
         // No varnik.json: every call is a port failure, and a 110 is not taken for a length.
         Throws<PortUnavailableException>(() => T.Version(), "Version without a port", e => e.Result == 110);
-        Throws<PortUnavailableException>(() => T.ReadEmv(), "ReadEmv without a port");
         Throws<PortUnavailableException>(() => T.ReadThaiIdBlock(), "ReadThaiIdBlock without a port");
-        Throws<PortUnavailableException>(() => T.ReadPin(), "ReadPin without a port");
         using (var sim = new Sim()) {
             T.CheckPort(7);
             Expect(File.ReadAllText(Path.Combine(s_till, "config/varnik.json")).Contains("7"), "port remembered");
             T.Probe();
-            Expect(T.Version() == "NEW6210 SIM 1.0", "version text");
             Throws<PortUnavailableException>(() => T.CheckPort(8), "CheckPort on a port with no device");
             T.CheckPort(7);
         }
@@ -164,7 +159,7 @@ static class BindingTest
             source.Cancel();
             source.Cancel();
             Expect(pin.Wait(10000), "PIN entry ended by the cancel");
-            Expect(Count(sim.ReceivedText, '\u0018') == 1, "one CAN on the line");
+            Expect(sim.ReceivedText.Count(c => c == '\u0018') == 1, "one CAN on the line");
 
             // The stripe: the terminal's answer to the cancel is a message, not tracks.
             source = new CancellationTokenSource();
@@ -172,7 +167,7 @@ static class BindingTest
             Expect(sim.WaitFor("Swipe Card :"), "stripe read sent");
             source.CancelAfter(50);
             Expect(stripe.Wait(10000) && !stripe.Result.IsSwiped && stripe.Result.Message == "\u0018", "cancelled swipe");
-            Expect(Count(sim.ReceivedText, '\u0018') == 2, "second CAN");
+            Expect(sim.ReceivedText.Count(c => c == '\u0018') == 2, "second CAN");
 
             source.Cancel();
             Expect(T.ReadEmvAsync(source.Token).IsCanceled, "cancelled before the start");

@@ -1,17 +1,26 @@
 // The commands against a stand-in library whose exports write what a row gives into the
-// caller's buffer: what the program prints, its exit status, what reached the library and what
-// it wrote, for answers the simulator can't be made to give (a text of exactly 110 bytes, a
-// result that disagrees with the text, a port failure behind a result of 110). The real
-// program against the simulator is run by the integration tests.
-#include "Commands.h"
+// caller's buffer: what the program prints, its exit status, what reached the library (a
+// port, a mode, a key, the document of PosExec) and what it wrote, for answers the simulator
+// can't be made to give (a text of exactly 110 bytes, a result that disagrees with the text, a
+// port failure behind a result of 110). The real program against the simulator is run by the
+// integration tests.
+#include "CommandSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
+#include <unistd.h>
 
 namespace {
+
+// The stand-in library's folder, with an upload folder beside it holding up/sub/a.bin.
+const std::string Till = (std::filesystem::temp_directory_path() /
+                          ("varnik-cli-" + std::to_string(getpid()))).string();
+const std::string UpFile = Till + "/up/sub/a.bin";
 
 struct Fake {
     int result = 0;
@@ -34,6 +43,7 @@ int VARNIK_CALL Cancel() { return 0; }
 int VARNIK_CALL ReadText(char* out) { return Answer(out, ""); }
 int VARNIK_CALL ReadBytes(unsigned char* out) { return Answer(out, ""); }
 int VARNIK_CALL ReadKeyClear(char* inOut) { return Answer(inOut, inOut); }
+int VARNIK_CALL Exec(char* out, const char* command) { return Answer(out, command); }
 int VARNIK_CALL LoadKey(unsigned char* key) { return Answer(key, HexText(key, 16, "")); }
 int VARNIK_CALL ThaiId(char* out, int mode) { return Answer(out, "mode " + std::to_string(mode)); }
 int VARNIK_CALL ThaiLength(const char* text) { return static_cast<int>(std::strlen(text)) * 10; }
@@ -59,18 +69,13 @@ struct Row {
 };
 
 const std::string Key = "00112233445566778899AABBCCDDEEFF";
-const std::string Record =
-    "1234567890121|T#A##B|Mr.#Somchai##Jaidee|25300115|1|I|25650301|25740114|A#B";
 
 const Row Rows[] = {
-    {"probe", {}, 0, "", ExitOk, "Terminal answered on port 7.\n", "select"},
     {"probe", {}, 0, "", ExitOk, "Terminal answered.\n", "", "", false, "{\"name\":\"X\"}"},
     {"probe", {}, 110, "", ExitTerminal, NoPort},
     {"PROBE", {}, 0, "", ExitOk, "Terminal answered on port 7.\n"},
-    {"checkport", {"7"}, 1538, "", ExitTerminal, "No terminal answered (1538).\n", "7"},
     {"checkport", {"-1"}, -790, "", ExitTerminal,
      "The library answered with the unexpected result -790.\n", "-1"},
-    {"version", {}, 14, Z("NEW6210 V1.2.3"), ExitOk, "NEW6210 V1.2.3\n"},
     // 110 is a text's length or the port failure; only the untouched buffer tells them apart.
     {"version", {}, 110, Z(std::string(110, 'V')), ExitOk, std::string(110, 'V') + "\n"},
     {"version", {}, 110, "", ExitTerminal, NoPort},
@@ -81,8 +86,6 @@ const Row Rows[] = {
     {"pin", {}, 0, "\x12\x34\x56\x78\x90\xAB\xCD\xEF", ExitOk,
      Pin + "1234567890ABCDEF0000000000000000\n"},
     {"pin", {}, 110, "", ExitTerminal, Pin + NoPort},
-    {"pinclear", {"Amount 100.00"}, 0, Z("\x12\x34\x56\x78\x90\xAB\xCD\xEF"), ExitOk,
-     Pin + "1234567890ABCDEF\n", "Amount 100.00"},
     {"pinclear", {}, 0, Z("\x12\x34\x56\x78\x90\xAB\xCD\xEF"), ExitOk, Pin + "1234567890ABCDEF\n",
      ""},
     {"loadkey", {"00112233445566778899aabbccddeeff"}, 0, "\x06", ExitOk,
@@ -91,12 +94,9 @@ const Row Rows[] = {
     {"loadkey", {Key}, 0, std::string(1, '\0'), ExitTerminal, "The terminal replied 00.\n"},
     {"loadkey", {Key}, 0, Z("KEY LOADED"), ExitOk, "The terminal replied \"KEY LOADED\".\n"},
     {"loadkey", {Key}, 0, Z("\x01\x02"), ExitOk, "The terminal replied 01 02.\n"},
-    {"swipe", {}, 20, Z("B4111D25FC|B4111D2FC"), ExitOk,
-     Swipe + "B4111D25FC|B4111D2FC\nTrack 1: B4111D25FC\nTrack 2: B4111D2FC\n"},
     {"swipe", {}, 6, Z("|B78FF"), ExitOk, Swipe + "|B78FF\nTrack 1: (empty)\nTrack 2: B78FF\n"},
     {"swipe", {}, 10, Z("READ ERROR"), ExitOk, Swipe + "READ ERROR\n"},
     {"swipe", {}, 1, Z("\x18"), ExitCancelled, Swipe + "Cancelled.\n", "", "", true},
-    {"thaiid", {}, 78, Z(Record), ExitOk, "...English name: Mr. Somchai Jaidee\n", "mode 0"},
     {"thaiid", {"--mode", "5"}, 12, Z("CARD ERROR|2"), ExitOk, Insert + "CARD ERROR|2\n",
      "mode 5"},
     {"thaiid", {"--mode", "2"}, 5, "ABC\xFF\xD8", ExitOk, "...00000000  41 42 43 FF D8",
@@ -106,6 +106,23 @@ const Row Rows[] = {
     {"thaiid", {"--mode", "2"}, 110, std::string(110, 'A'), ExitOk, "...Wrote 110 bytes",
      "mode 2"},
     {"thaiid", {"--mode", "3"}, 110, "", ExitTerminal, Insert + NoPort, "mode 3"},
+    {"exec", {"version"}, 1, Z("NEW6210 SIM"), ExitOk, "Result: 1\nReply: NEW6210 SIM\n", "version"},
+    {"exec", {"{}"}, -2, Z(""), ExitTerminal, "...Result: -2\nThe command failed (-2)", "{}"},
+    {"exec", {"x"}, -790, Z(""), ExitTerminal, "...Result: -790\nThe port was not open", "x"},
+    {"files", {}, 0, Z("a 1\nb 2"), ExitOk, "a 1\nb 2\n", R"({"format":"FILE","cmd":"list"})"},
+    {"files", {}, 0, Z(""), ExitOk, "The terminal lists no files.\n"},
+    {"rm", {"we\"ird\\x"}, 0, Z(""), ExitOk, "The terminal was told to delete we\"ird\\x.\n",
+     R"({"format":"FILE","cmd":"del","file":"we\"ird\\x"})"},
+    {"upload", {UpFile}, 0, Z(""), ExitOk, "...Uploading " + UpFile + ": 10 bytes, 0.0 s",
+     R"({"format":"FILE","cmd":"write","file":)" + JsonString(UpFile) + "}"},
+    {"upload", {UpFile}, -1, Z(""), ExitTerminal, "...Uploading"},
+    // The library prefixes "input" with its own folder.
+    {"upload", {Till + "/up"}, 0, Z(""), ExitOk, "...Uploading " + Till + "/up: 10 bytes in 1 file,",
+     R"({"format":"UPLOAD","input":"../up"})"},
+    {"script", {R"({"format":"PINPAD"})"}, 0, Z("DONE"), ExitOk, "DONE\n", R"(@{"format":"PINPAD"})"},
+    {"script", {"@/no/such"}, -2, Z(""), ExitTerminal, "...The script failed (-2)", "@/no/such"},
+    {"script", {"@@doc.json"}, -3, Z(""), ExitTerminal, "...The script failed (-3)", "@@doc.json"},
+    {"script", {"{}"}, -1, Z(""), ExitTerminal, "...The script failed (-1)", "@{}"},
 };
 
 // Usage mistakes end before the library is loaded.
@@ -123,6 +140,8 @@ const std::pair<std::vector<std::string>, const char*> Mistakes[] = {
     {{"thaiid", "--mode=5", "--out=x.bin"}, "--out is for modes 2 and 3"},
     {{"pcsc", "apdu", "00A404"}, "apdu needs a command"},
     {{"pcsc", "list"}, "usage: varnik pcsc"},
+    {{"upload", Till + "/nothing"}, "is no readable file or folder"},
+    {{"rm", ""}, "rm needs the name of a file"},
 };
 
 struct Result {
@@ -135,8 +154,8 @@ void Execute(const std::vector<std::string>& words, const std::string& config, b
                 Result& run, bool loadable = true)
 {
     static LoadedLibrary library;
-    library.path = "/opt/v/libvarnik.so";
-    library.api = VarnikApi{Select, CheckPort, Cancel, ReadText, nullptr, LoadKey, ReadBytes,
+    library.path = Till + "/lib/libvarnik.so";
+    library.api = VarnikApi{Select, CheckPort, Cancel, ReadText, Exec, LoadKey, ReadBytes,
                             ReadKeyClear, ReadText, ReadText, ThaiId, ThaiLength, nullptr};
     CommandContext context(run.out, run.err);
     context.args.assign(words.begin() + 1, words.end());
@@ -149,7 +168,7 @@ void Execute(const std::vector<std::string>& words, const std::string& config, b
     context.endWait = [&] { return cancelled; };
     context.readFile = [&](const std::string& path, std::string& content) {
         content = config;
-        return path == "/opt/v/config/varnik.json";
+        return path == Till + "/lib/config/varnik.json";
     };
     context.writeFile = [&](const std::string& path, const ByteString& content) {
         run.written[path] = content;
@@ -162,6 +181,8 @@ void Execute(const std::vector<std::string>& words, const std::string& config, b
 
 TEST(Commands, EveryCommandAgainstTheLibrarysAnswers)
 {
+    std::filesystem::create_directories(Till + "/up/sub");
+    std::ofstream(UpFile) << "0123456789";
     for (const Row& row : Rows) {
         g = Fake();
         g.result = row.result;
@@ -184,6 +205,7 @@ TEST(Commands, EveryCommandAgainstTheLibrarysAnswers)
         if (row.result != 110)
             EXPECT_EQ(files, row.file) << what;
     }
+    std::filesystem::remove_all(Till);
 }
 
 TEST(Commands, UsageMistakesAndAMissingLibraryStopBeforeTheTerminal)
@@ -201,16 +223,26 @@ TEST(Commands, UsageMistakesAndAMissingLibraryStopBeforeTheTerminal)
     EXPECT_EQ(run.status, ExitNoLibrary);
 }
 
-TEST(Commands, HelpNamesEveryCommandAndTheResults)
+TEST(UploadProgressLine, CountsAtTheLineRateAndWaitsForTheAnswer)
+{
+    struct {
+        uint64_t total, elapsedMs;
+        bool done;
+        const char* line;
+    } cases[] = {
+        {921600, 5000, false, "[###############...............]  50%  460800 / 921600 bytes"},
+        {1000, 60000, false, "[#############################.]  99%  999 / 1000 bytes"},
+        {0, 10, true, "[##############################] 100%  0 / 0 bytes"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(UploadProgressLine(c.total, c.elapsedMs, c.done), c.line) << c.elapsedMs;
+}
+
+// The overview names what a caller must know about results and where the library is found.
+TEST(Commands, HelpNamesTheResultsAndTheLibrarysPlaces)
 {
     std::ostringstream overview, none;
     PrintOverview(overview);
-    for (const Command& command : CommandTable()) {
-        std::ostringstream help;
-        EXPECT_EQ(PrintCommandHelp(command.name, help, none), ExitOk);
-        EXPECT_NE(help.str().find(command.details), std::string::npos) << command.name;
-        EXPECT_NE(overview.str().find(command.synopsis), std::string::npos) << command.name;
-    }
     for (const char* word : {"110", "1538", "config/varnik.json", "VARNIK_LIBRARY", "--lib"})
         EXPECT_NE(overview.str().find(word), std::string::npos) << word;
     EXPECT_EQ(PrintCommandHelp("nope", none, none), ExitUsage);

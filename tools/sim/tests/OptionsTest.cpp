@@ -1,6 +1,5 @@
 // The simulator's command line as the test harnesses use it, its mistakes, and the pieces of a
 // reply that its options shape.
-#include "Crc32.h"
 #include "Hex.h"
 #include "Options.h"
 
@@ -48,10 +47,6 @@ TEST(Options, EveryOptionReachesItsSetting)
     const std::vector<std::pair<std::string, size_t>> files{{"a.bin", 10}, {"b", 0}};
     EXPECT_EQ(o.files, files);
     EXPECT_EQ(o.terminal.pinReply, "12");
-
-    ASSERT_TRUE(ParseOptions({"--throttle=9600", "--vanish-after", "1"}, o, error)) << error;
-    EXPECT_EQ(o.faults.throttleBaud, 9600u);
-    EXPECT_EQ(o.session.vanishAfter, 1);
 }
 
 TEST(Options, MistakesAreRefusedAndNamed)
@@ -83,13 +78,6 @@ TEST(Options, MistakesAreRefusedAndNamed)
         EXPECT_FALSE(ParseOptions(row.args, options, error)) << row.args[0];
         EXPECT_NE(error.find(row.mentions), std::string::npos) << error;
     }
-}
-
-// An upload's content is checked against this CRC-32 before the terminal keeps it.
-TEST(Options, UploadCheckIsTheStandardCrc32)
-{
-    const std::string digits = "123456789";
-    EXPECT_EQ(Crc32(reinterpret_cast<const uint8_t*>(digits.data()), digits.size()), 0xCBF43926u);
 }
 
 // Split and byte pacing cut a reply into the writes the line sees.
