@@ -42,8 +42,9 @@ bool TakeAtr(const uint8_t* payload, int length, uint8_t* atr, int* atrLength);
 bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned long capacity,
                   unsigned long* outLength);
 
-// True once `raw` holds a whole STX frame whose check byte matches. A frame with a wrong check
-// byte (or an SI frame, or a single byte) is complete only when the line falls quiet.
+// True once `raw` holds a whole STX frame whose check byte is the XOR of its payload, so that an
+// ETX inside a partial arrival can't end it. Any other reply (another check byte, an SI frame,
+// a single byte) ends only when the line falls quiet, as in the library's reader.
 bool FrameComplete(const uint8_t* raw, int total);
 
 // Strips STX/ETX or SI/SO and the check byte in place, as ReadReply does. The payload's length,
