@@ -2,12 +2,13 @@
 # The reader driver under a private pcscd, against the simulator: an unmodified pyscard client
 # reads the Thai ID card with its photo and sees the card go and come back; a terminal that
 # never answers an APDU gives the client an error within the driver's deadline, and the daemon
-# goes on serving. Usage: pcscd_reader.sh DRIVER SIMULATOR CLIENT
+# goes on serving; while the daemon holds the port, the library's exports answer 110.
+# Usage: pcscd_reader.sh DRIVER SIMULATOR CLIENT VARNIK_CLI LIBRARY
 #
 # The daemon always listens on /run/pcscd/pcscd.comm, so the script runs itself again in a mount
 # namespace of its own with a fresh tmpfs there: a daemon of the system is never touched.
 set -u
-driver=$(realpath "$1") sim=$2 client=$3
+driver=$(realpath "$1") sim=$2 client=$3 cli=$4 library=$5
 
 if [ -z "${VARNIK_PCSCD_NAMESPACE:-}" ]; then
     if [ "$(id -u)" != 0 ] || ! command -v pcscd >/dev/null || ! /usr/bin/python3 -c 'import smartcard'; then
@@ -72,6 +73,12 @@ expect card citizen 1234567890121
 expect card photo "5118 FFD8 FFD9"
 expect card removed 1.*
 expect card inserted "1 3B( [0-9A-F]{2})+"
+# The library's folder: it opens port 7 as config/COM7, here the same pty.
+mkdir -p "$work/till/config"
+cp "$library" "$work/till/"
+ln -s "$(head -n 1 "$work/sim.out")" "$work/till/config/COM7"
+echo "busy=$("$cli" --lib "$work/till/$(basename "$library")" checkport 7 2>&1)" >>"$work/client.out"
+expect card busy ".*110.*"
 show_logs
 stop
 
