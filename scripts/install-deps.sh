@@ -7,7 +7,8 @@ packages=("$@")
 if [ ${#packages[@]} -eq 0 ]; then
   packages=(cmake ninja-build g++ make libgtest-dev
             g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine wine64
-            python3 python3-pyscard libpcsclite1 procps libjpeg-turbo-progs)
+            python3 python3-pyscard libpcsclite1 procps libjpeg-turbo-progs
+            libpcsclite-dev pcscd pcsc-tools)
 fi
 
 missing=()
