@@ -33,9 +33,10 @@ RESPONSECODE ToResponse(Ifd::Outcome outcome)
     case Ifd::Outcome::NoCard:
         return IFD_ICC_NOT_PRESENT;
     case Ifd::Outcome::PortClosed:
-        return IFD_NO_SUCH_DEVICE;
     case Ifd::Outcome::NoAnswer:
     case Ifd::Outcome::TooLarge:
+        // Never "no such device", not even for a port that is gone: the daemon would stop
+        // polling the reader, and the port may come back.
         break;
     }
     return IFD_COMMUNICATION_ERROR;

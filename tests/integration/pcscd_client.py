@@ -53,13 +53,14 @@ def wait_for(context, reader, wanted, seconds):
     while time.time() < deadline:
         _, state = SCardGetStatusChange(context, 1000, [(reader, state[0][1])])
         if state[0][1] & wanted:
-            return "%d %s" % (1, " ".join("%02X" % b for b in state[0][2]))
+            return "1 " + " ".join("%02X" % b for b in state[0][2])
     return "0"
 
 
 def connect(context):
     _, readers = SCardListReaders(context, [])
     report("readers", "|".join(readers))
+    report("present", wait_for(context, readers[0], SCARD_STATE_PRESENT, 10))
     result, card, protocol = SCardConnect(context, readers[0], SCARD_SHARE_SHARED,
                                           SCARD_PROTOCOL_T0)
     report("connect", "%d protocol %d" % (result, protocol))

@@ -25,16 +25,21 @@ pids=""
 failures=0
 trap 'kill $pids 2>/dev/null; wait; rm -rf "$work"' EXIT
 
-# The simulator with the given options, and a daemon whose one reader is the driver on its pty.
-# Both die with this script whatever ends it.
+# The simulator with the given options, its pty linked as $work/COM7; it dies with this script
+# whatever ends it.
+simulate() {
+    setpriv --pdeathsig KILL "$sim" --quiet --link "$work/COM7" "$@" >"$work/sim.out" 2>"$work/sim.log" &
+    simulator=$!
+    until [ -e "$work/COM7" ]; do sleep 0.05; done
+}
+
+# The simulator, and a daemon whose one reader is the driver on the simulator's link.
 start() {
     rm -rf "$work"/* /run/pcscd 2>/dev/null
-    setpriv --pdeathsig KILL "$sim" --quiet "$@" >"$work/sim.out" 2>"$work/sim.log" &
-    simulator=$!
-    until [ -s "$work/sim.out" ]; do sleep 0.05; done
+    simulate "$@"
     mkdir "$work/conf"
     printf 'FRIENDLYNAME "NEW6210 Reader Card"\nDEVICENAME %s\nLIBPATH %s\n' \
-        "$(head -n 1 "$work/sim.out")" "$driver" >"$work/conf/varnik"
+        "$work/COM7" "$driver" >"$work/conf/varnik"
     setpriv --pdeathsig KILL pcscd --foreground --debug --config "$work/conf" >"$work/pcscd.log" 2>&1 &
     daemon=$!
     pids="$simulator $daemon"
@@ -64,9 +69,16 @@ show_logs() {
     echo "--- simulator"; tail -n 20 "$work/sim.log"
 }
 
-start
+# The first terminal's port vanishes under the daemon and another one takes its name: the
+# driver opens it again, and the client finds the reader working.
+start --vanish-after 2
+until [ ! -e "$work/COM7" ]; do sleep 0.05; done
+kill "$simulator"
+simulate
+pids="$pids $simulator"
 timeout 60 /usr/bin/python3 "$client" card "$simulator" >"$work/client.out" 2>"$work/client.err"
 expect card readers "NEW6210 Reader Card 00 00"
+expect card present "1 3B.*"
 expect card connect "0 protocol 1"
 expect card select 9000
 expect card citizen 1234567890121
@@ -76,7 +88,7 @@ expect card inserted "1 3B( [0-9A-F]{2})+"
 # The library's folder: it opens port 7 as config/COM7, here the same pty.
 mkdir -p "$work/till/config"
 cp "$library" "$work/till/"
-ln -s "$(head -n 1 "$work/sim.out")" "$work/till/config/COM7"
+ln -s "$work/COM7" "$work/till/config/COM7"
 echo "busy=$("$cli" --lib "$work/till/$(basename "$library")" checkport 7 2>&1)" >>"$work/client.out"
 expect card busy ".*110.*"
 show_logs
