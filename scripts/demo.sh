@@ -113,7 +113,7 @@ heading "pcsc thaiid: the same card through plain PC/SC calls, APDU by APDU, pho
 varnik pcsc thaiid --photo photo.jpg
 echo "photo.jpg: $(wc -c < photo.jpg) bytes, starting $(od -An -tx1 -N2 photo.jpg | tr -d ' ' | tr a-f A-F)"
 
-heading "pcscd: the slot as a reader of the whole machine (libifd_varnik.so), as pcsc_scan sees it"
+heading "pcscd: the slot as a reader of the whole machine (libifd_varnik.so) in pcsc_scan"
 driver="$build/ifd/libifd_varnik.so"
 if [ "$(id -u)" -eq 0 ] && command -v pcscd >/dev/null && command -v pcsc_scan >/dev/null &&
    [ -f "$driver" ]; then

@@ -52,7 +52,8 @@ if [ ! -e "$device" ]; then
   exit 1
 fi
 if [ ! -f "$driver" ]; then
-  echo "install-pcscd-driver.sh: no driver at $driver; build it first (cmake --build --preset linux)." >&2
+  echo "install-pcscd-driver.sh: no driver at $driver; build it first" \
+       "(cmake --build --preset linux)." >&2
   exit 1
 fi
 

@@ -1,24 +1,14 @@
-"""An unmodified PC/SC client of the system-wide reader: Debian's pyscard through pcscd, no
-library of ours in the process. Run with /usr/bin/python3. Prints one "key=value" line a step.
-
-    pcscd_client.py card SIMPID    read the Thai ID card with its photo, then take the card out
-                                   and put it back (signals to the simulator) and wait for both
-    pcscd_client.py silent         connect, then time an APDU that the terminal never answers
-"""
+"""A plain pyscard client of pcscd's reader: "card SIMPID" reads the Thai ID card and photo, then
+has the simulator take the card out and back; "silent" times an APDU. Prints key=value lines."""
 
 import os
 import signal
 import sys
 import time
 
-from smartcard.scard import (SCARD_PROTOCOL_T0, SCARD_SCOPE_USER, SCARD_SHARE_SHARED,
-                             SCARD_STATE_EMPTY, SCARD_STATE_PRESENT, SCARD_STATE_UNAWARE,
-                             SCARD_UNPOWER_CARD, SCardConnect, SCardDisconnect,
-                             SCardEstablishContext, SCardGetStatusChange, SCardListReaders,
-                             SCardTransmit)
+from smartcard.scard import *  # noqa: F403 (the PC/SC names, as C clients write them)
 
-THAI_ID_APPLET = [0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01]
-PHOTO_AT, PHOTO_SIZE = 0x017B, 5118
+APPLET = [0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01]
 
 
 def report(key, value):
@@ -26,77 +16,54 @@ def report(key, value):
 
 
 def exchange(card, apdu):
-    """One command, with the T=0 follow-up that the reader leaves to us."""
     result, answer = SCardTransmit(card, SCARD_PROTOCOL_T0, apdu)
-    if result == 0 and len(answer) == 2 and answer[0] == 0x61:
-        result, answer = SCardTransmit(card, SCARD_PROTOCOL_T0, [0x00, 0xC0, 0x00, 0x00, answer[1]])
-    if result != 0:
-        raise RuntimeError("transmit failed: 0x%08X" % (result & 0xFFFFFFFF))
-    return answer[:-2], "%02X%02X" % (answer[-2], answer[-1])
+    if result == 0 and len(answer) == 2 and answer[0] == 0x61:  # T=0: fetch what waits
+        result, answer = SCardTransmit(card, SCARD_PROTOCOL_T0, [0, 0xC0, 0, 0, answer[1]])
+    assert result == 0 and answer[-2:] == [0x90, 0x00], (hex(result), answer[-2:])
+    return answer[:-2]
 
 
 def read_file(card, offset, size):
     data = []
     while len(data) < size:
-        count = min(255, size - len(data))
         at = offset + len(data)
-        chunk, status = exchange(card, [0x80, 0xB0, at >> 8, at & 0xFF, 0x02, 0x00, count])
-        if status != "9000" or not chunk:
-            raise RuntimeError("read at 0x%04X: %s" % (at, status))
-        data += chunk
+        data += exchange(card, [0x80, 0xB0, at >> 8, at & 0xFF, 2, 0, min(255, size - len(data))])
     return bytes(data)
 
 
-def wait_for(context, reader, wanted, seconds):
-    state = [(reader, SCARD_STATE_UNAWARE)]
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        _, state = SCardGetStatusChange(context, 1000, [(reader, state[0][1])])
-        if state[0][1] & wanted:
-            return "1 " + " ".join("%02X" % b for b in state[0][2])
+def wait_for(context, reader, wanted):
+    state = SCARD_STATE_UNAWARE
+    for _ in range(10):
+        _, [(_, state, atr)] = SCardGetStatusChange(context, 1000, [(reader, state)])
+        if state & wanted:
+            return "1 " + " ".join("%02X" % b for b in atr)
     return "0"
-
-
-def connect(context):
-    _, readers = SCardListReaders(context, [])
-    report("readers", "|".join(readers))
-    report("present", wait_for(context, readers[0], SCARD_STATE_PRESENT, 10))
-    result, card, protocol = SCardConnect(context, readers[0], SCARD_SHARE_SHARED,
-                                          SCARD_PROTOCOL_T0)
-    report("connect", "%d protocol %d" % (result, protocol))
-    return readers[0], card
-
-
-def run_card(context, simulator):
-    reader, card = connect(context)
-    report("select", exchange(card, THAI_ID_APPLET)[1])
-    report("citizen", read_file(card, 0x0004, 13).decode("ascii"))
-    photo = read_file(card, PHOTO_AT, PHOTO_SIZE)
-    report("photo", "%d %s %s" % (len(photo), photo[:2].hex().upper(), photo[-2:].hex().upper()))
-    SCardDisconnect(card, SCARD_UNPOWER_CARD)
-
-    os.kill(simulator, signal.SIGUSR1)
-    report("removed", wait_for(context, reader, SCARD_STATE_EMPTY, 10))
-    os.kill(simulator, signal.SIGUSR2)
-    report("inserted", wait_for(context, reader, SCARD_STATE_PRESENT, 10))
-
-
-def run_silent(context):
-    _, card = connect(context)
-    started = time.time()
-    result, _ = SCardTransmit(card, SCARD_PROTOCOL_T0, THAI_ID_APPLET)
-    report("transmit", "0x%08X after %d s" % (result & 0xFFFFFFFF, round(time.time() - started)))
-    _, readers = SCardListReaders(context, [])
-    report("still_listed", len(readers))
 
 
 def main():
     _, context = SCardEstablishContext(SCARD_SCOPE_USER)
+    _, readers = SCardListReaders(context, [])
+    report("readers", "|".join(readers))
     if sys.argv[1] == "card":
-        run_card(context, int(sys.argv[2]))
-    else:
-        run_silent(context)
+        report("present", wait_for(context, readers[0], SCARD_STATE_PRESENT))
+    result, card, protocol = SCardConnect(context, readers[0], SCARD_SHARE_SHARED,
+                                          SCARD_PROTOCOL_T0)
+    report("connect", "%d protocol %d" % (result, protocol))
+    if sys.argv[1] == "silent":
+        started = time.time()
+        result, _ = SCardTransmit(card, SCARD_PROTOCOL_T0, APPLET)
+        report("transmit", "0x%08X after %d s" % (result & 0xFFFFFFFF, time.time() - started))
+        report("still_listed", len(SCardListReaders(context, [])[1]))
+        return
+    exchange(card, APPLET)
+    report("citizen", read_file(card, 0x0004, 13).decode("ascii"))
+    photo = read_file(card, 0x017B, 5118)
+    report("photo", "%d %s %s" % (len(photo), photo[:2].hex().upper(), photo[-2:].hex().upper()))
+    SCardDisconnect(card, SCARD_UNPOWER_CARD)
+    os.kill(int(sys.argv[2]), signal.SIGUSR1)
+    report("removed", wait_for(context, readers[0], SCARD_STATE_EMPTY))
+    os.kill(int(sys.argv[2]), signal.SIGUSR2)
+    report("inserted", wait_for(context, readers[0], SCARD_STATE_PRESENT))
 
 
-if __name__ == "__main__":
-    main()
+main()
