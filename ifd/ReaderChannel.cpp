@@ -15,11 +15,6 @@ namespace Ifd {
 
 namespace {
 
-constexpr uint8_t OpCardChannel = 0x38;
-constexpr uint8_t OpTransmit = 0x01;
-constexpr uint8_t OpOpen = 0x02;
-constexpr uint8_t OpClose = 0x03;
-constexpr uint8_t OpPresence = 0x04;
 constexpr uint8_t CardIsIn = 0x06;
 
 uint8_t CheckOf(const uint8_t* bytes, int count)
@@ -142,7 +137,7 @@ int ReaderChannel::Exchange(uint8_t operation, const uint8_t* payload, int lengt
     }
 
     BeginFrame(context, {OpCardChannel, operation});
-    if (operation == OpTransmit) {
+    if (operation == OpCardTransmit) {
         const uint8_t lengthByte = static_cast<uint8_t>(length);
         AppendBytes(context, &lengthByte, 1);
     }
@@ -169,7 +164,7 @@ Outcome ReaderChannel::PowerUp(uint8_t* atr, int* atrLength)
 {
     *atrLength = 0;
     Outcome failure = Outcome::Done;
-    const int length = Exchange(OpOpen, nullptr, 0, PowerDeadlineMs, failure);
+    const int length = Exchange(OpCardOpen, nullptr, 0, PowerDeadlineMs, failure);
     if (length < 0)
         return failure;
     return TakeAtr(m_context.rxBuffer, length, atr, atrLength) ? Outcome::Done : Outcome::NoCard;
@@ -178,13 +173,13 @@ Outcome ReaderChannel::PowerUp(uint8_t* atr, int* atrLength)
 Outcome ReaderChannel::PowerDown()
 {
     Outcome failure = Outcome::Done;
-    return Exchange(OpClose, nullptr, 0, PowerDeadlineMs, failure) < 0 ? failure : Outcome::Done;
+    return Exchange(OpCardClose, nullptr, 0, PowerDeadlineMs, failure) < 0 ? failure : Outcome::Done;
 }
 
 Outcome ReaderChannel::Presence()
 {
     Outcome failure = Outcome::Done;
-    const int length = Exchange(OpPresence, nullptr, 0, PresenceDeadlineMs, failure);
+    const int length = Exchange(OpCardPresence, nullptr, 0, PresenceDeadlineMs, failure);
     if (length < 0)
         return failure;
     return length == 1 && m_context.rxBuffer[0] == CardIsIn ? Outcome::Done : Outcome::NoCard;
@@ -200,7 +195,7 @@ Outcome ReaderChannel::Transmit(const uint8_t* command, unsigned long length, ui
     }
     Outcome failure = Outcome::Done;
     const int answer =
-        Exchange(OpTransmit, command, static_cast<int>(length), TransmitDeadlineMs, failure);
+        Exchange(OpCardTransmit, command, static_cast<int>(length), TransmitDeadlineMs, failure);
     if (answer < 0)
         return failure;
     if (answer < 2) {
