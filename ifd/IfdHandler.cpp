@@ -22,6 +22,7 @@ std::mutex g_lock;
 Ifd::ReaderChannel g_channel(g_context);
 DWORD g_lun = 0;
 bool g_created = false;
+bool g_firstPresence = false;
 UCHAR g_atr[Ifd::MaxAtrSize];
 DWORD g_atrLength = 0;
 
@@ -63,6 +64,7 @@ RESPONSECODE CreateChannel(DWORD Lun, const std::string& device)
         return IFD_COMMUNICATION_ERROR;
     g_lun = Lun;
     g_created = true;
+    g_firstPresence = true;
     g_atrLength = 0;
     return IFD_SUCCESS;
 }
@@ -182,10 +184,18 @@ RESPONSECODE IFDHICCPresence(DWORD)
 {
     std::lock_guard<std::mutex> hold(g_lock);
     const Ifd::Outcome outcome = g_channel.Presence();
+    const bool first = g_firstPresence;
+    g_firstPresence = false;
     if (outcome == Ifd::Outcome::Done)
         return IFD_ICC_PRESENT;
-    if (outcome == Ifd::Outcome::NoCard) {
-        g_atrLength = 0;
+    g_atrLength = 0;
+    if (outcome == Ifd::Outcome::NoCard)
+        return IFD_ICC_NOT_PRESENT;
+    if (first) {
+        // The daemon drops a reader whose first check fails and never asks again: a terminal
+        // switched on after the daemon started would never be seen. An empty slot keeps the
+        // reader, and the next polls report the silence as what it is.
+        Ifd::ReportLine(Ifd::LogError, "the terminal does not answer yet: an empty slot for now");
         return IFD_ICC_NOT_PRESENT;
     }
     return ToResponse(outcome);

@@ -87,10 +87,13 @@ bool ReaderChannel::Open(const std::string& device)
 {
     m_device = device;
     if (m_context.serial.OpenPath(m_device.c_str()) == 0) {
-        ReportLine(LogError, Format("cannot open %s", m_device.c_str()));
+        if (!m_failing)
+            ReportLine(LogError, Format("cannot open %s", m_device.c_str()));
+        m_failing = true;
         return false;
     }
-    ReportLine(LogInfo, Format("%s opened", m_device.c_str()));
+    if (!m_failing)
+        ReportLine(LogInfo, Format("%s opened", m_device.c_str()));
     return true;
 }
 
@@ -147,15 +150,21 @@ int ReaderChannel::Exchange(uint8_t operation, const uint8_t* payload, int lengt
     const int raw = SendFrame(context) > 0 ? ReadWithin(deadlineMs) : -1;
     const int stripped = raw > 0 ? StripReply(context.rxBuffer, raw) : -1;
     if (stripped < 0) {
-        ReportLine(LogError, raw > 0 ? Format("unreadable answer to 38:%02X from %s", operation,
-                                              m_device.c_str())
-                                     : Format("no answer to 38:%02X from %s within %d ms",
-                                              operation, m_device.c_str(), deadlineMs));
+        const char* device = m_device.c_str();
+        if (!m_failing && raw > 0)
+            ReportLine(LogError, Format("unreadable answer to 38:%02X from %s", operation, device));
+        else if (!m_failing)
+            ReportLine(LogError, Format("no answer to 38:%02X from %s within %d ms", operation,
+                                        device, deadlineMs));
         // Reopened by the next call: the device may have gone and come back meanwhile.
+        m_failing = true;
         Close();
         failure = Outcome::NoAnswer;
         return -1;
     }
+    if (m_failing)
+        ReportLine(LogInfo, Format("%s answers again", m_device.c_str()));
+    m_failing = false;
     context.rxLength = stripped;
     return stripped;
 }

@@ -77,6 +77,9 @@ private:
 
     DeviceContext& m_context;
     std::string m_device;
+    // Set by a lost answer or a port that won't open, cleared by the next answer: the daemon
+    // polls several times a second, and one line says as much as a thousand.
+    bool m_failing = false;
 };
 
 // One line to the daemon's log (when the driver runs inside it) and to the library's log.
