@@ -67,6 +67,13 @@ bool FrameComplete(const uint8_t* raw, int total)
            raw[total - 1] == CheckOf(raw + 1, total - 3);
 }
 
+bool FrameUnfinished(const uint8_t* raw, int total)
+{
+    if (raw[0] != STX && raw[0] != SI)
+        return false;
+    return total < 3 || raw[total - 2] != (raw[0] == STX ? ETX : SO);
+}
+
 int StripReply(uint8_t* raw, int total)
 {
     if (total == 1)
@@ -114,9 +121,12 @@ int ReaderChannel::ReadWithin(int deadlineMs)
         if (n < 0)
             return -1;
         if (n == 0) {
-            if (total > 0)
-                return total;  // the line fell quiet after a reply
-            if (MillisecondClock() - start >= deadlineMs)
+            // A quiet line ends a reply, unless it is a frame whose end hasn't come: a pause
+            // inside a frame (a USB adapter's latency) waits for the rest until the deadline.
+            const bool late = MillisecondClock() - start >= deadlineMs;
+            if (total > 0 && (late || !FrameUnfinished(buffer, total)))
+                return total;
+            if (late)
                 return 0;
             continue;
         }

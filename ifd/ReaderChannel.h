@@ -47,6 +47,9 @@ bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned lon
 // a single byte) ends only when the line falls quiet, as in the library's reader.
 bool FrameComplete(const uint8_t* raw, int total);
 
+// True while `raw` opens a frame (STX or SI) but has no closing byte before its last byte yet.
+bool FrameUnfinished(const uint8_t* raw, int total);
+
 // Strips STX/ETX or SI/SO and the check byte in place, as ReadReply does. The payload's length,
 // 1 for a single byte, or -1 for bytes that are no reply.
 int StripReply(uint8_t* raw, int total);

@@ -46,9 +46,9 @@ expect() {
 # The port vanishes under the daemon and comes back; the client reads the card with its photo
 # and sees it go and come back; the library's exports get 110 while the daemon has the port.
 start --vanish-after 2
-until [ ! -e "$work/COM7" ]; do sleep 0.05; done  # then another terminal takes the link's name
+until [ ! -e "$work/COM7" ]; do sleep 0.05; done
 kill "$simulator"
-simulate
+simulate --split 3:50  # another terminal takes the name, one that pauses inside its frames
 pids="$pids $simulator"
 timeout 60 /usr/bin/python3 "$client" card "$simulator" >"$work/client.out" 2>"$work/client.err"
 mkdir -p "$work/till/config" && cp "$library" "$work/till/lib.so"
@@ -62,11 +62,12 @@ expect card photo "5118 FFD8 FFD9"
 expect card removed "1.*"
 expect card inserted "1 3B( [0-9A-F]{2})+"
 expect card busy ".*\(110\)\."
-kill $pids; wait; rm -f /run/pcscd/*
+kill $pids 2>/dev/null; wait; rm -f /run/pcscd/*
 
 start --reply 3801=  # the card opens, but no APDU is ever answered
 timeout 30 /usr/bin/python3 "$client" silent >"$work/client.out" 2>"$work/client.err"
 # Diagnosable in the daemon's log, and the port opened afresh after the lost answer.
+for _ in $(seq 20); do grep -q "answers again" "$work/pcscd.log" && break; sleep 0.1; done
 echo "log=$(grep -c -e "no answer to 38:01" -e "answers again" "$work/pcscd.log")" >>"$work/client.out"
 expect silent connect "0 protocol 1"
 expect silent transmit "0x80100016 after [4-7] s"
