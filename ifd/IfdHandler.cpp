@@ -59,8 +59,8 @@ RESPONSECODE CreateChannel(DWORD Lun, const std::string& device)
         Ifd::ReportLine(Ifd::LogError, "one reader per driver: a second DEVICENAME is refused");
         return IFD_COMMUNICATION_ERROR;
     }
-    // A device that isn't there yet (a USB adapter that comes up after the daemon) still makes a
-    // reader: its slot stays empty until the port opens.
+    // A port that won't open yet (a point-of-sale program still holds it through the library)
+    // still makes a reader: its slot stays empty until the port opens.
     g_channel.Open(DevicePath(device.c_str()));
     g_lun = Lun;
     g_created = true;
