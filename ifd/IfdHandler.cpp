@@ -13,7 +13,6 @@ extern "C" {
 #include <mutex>
 
 #include "ReaderChannel.h"
-#include "support/Format.h"
 #include "support/Log.h"
 
 namespace {
@@ -43,25 +42,17 @@ RESPONSECODE ToResponse(Ifd::Outcome outcome)
     return IFD_COMMUNICATION_ERROR;
 }
 
-// A bare "COM<N>" is the library's own kind of link, kept in the config folder beside it.
-std::string DevicePath(const char* name)
-{
-    if (std::strchr(name, '/') != nullptr)
-        return name;
-    return g_strConfigFolder + name;
-}
-
 RESPONSECODE CreateChannel(DWORD Lun, const std::string& device)
 {
     std::lock_guard<std::mutex> hold(g_lock);
-    LogInit();
     if (g_created && Lun != g_lun) {
         Ifd::ReportLine(Ifd::LogError, "one reader per driver: a second DEVICENAME is refused");
         return IFD_COMMUNICATION_ERROR;
     }
-    // A port that won't open yet (a point-of-sale program still holds it through the library)
-    // still makes a reader: its slot stays empty until the port opens.
-    g_channel.Open(DevicePath(device.c_str()));
+    // The daemon has checked that the device exists. One that won't open yet (a point-of-sale
+    // program still holds it through the library) still makes a reader, whose slot stays empty
+    // until the port opens.
+    g_channel.Open(device);
     g_lun = Lun;
     g_created = true;
     g_firstPresence = true;
