@@ -51,7 +51,8 @@ mkdir -p "$till/config"
 cp "$build/libvarnik.so" "$build/varnik" "$till/"
 echo '{"mode":1}' > "$till/config/debug.json"
 
-"$build/tools/sim/new6210-sim" --quiet --link "$till/config/COM7" \
+# --throttle: the simulator takes and sends bytes at 921600 baud, as the real line does.
+"$build/tools/sim/new6210-sim" --quiet --throttle --link "$till/config/COM7" \
   > "$till/simulator.out" 2> "$till/simulator.err" &
 simulator_pid=$!
 for _ in $(seq 50); do
@@ -112,6 +113,19 @@ varnik pcsc readers
 heading "pcsc thaiid: the same card through plain PC/SC calls, APDU by APDU, photo included"
 varnik pcsc thaiid --photo photo.jpg
 echo "photo.jpg: $(wc -c < photo.jpg) bytes, starting $(od -An -tx1 -N2 photo.jpg | tr -d ' ' | tr a-f A-F)"
+
+heading "upload: a folder tree goes to the terminal file by file, each with its size and CRC-32"
+mkdir -p screens/logos
+printf '{"screen":"welcome","text":"Sawasdee"}' > screens/welcome.json
+head -c 200000 /dev/urandom > screens/logos/shop.bmp
+varnik upload screens
+
+heading "files: the terminal's file list, with what just arrived"
+varnik files
+
+heading "rm and exec: delete a file, then beep with a command document"
+varnik rm welcome.json
+varnik exec '{"format":"BEEP"}'
 
 heading "pcscd: the slot as a reader of the whole machine (libifd_varnik.so) in pcsc_scan"
 driver="$build/ifd/libifd_varnik.so"

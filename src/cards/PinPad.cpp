@@ -6,6 +6,7 @@
 #include "cards/PinPad.h"
 #include "session/Frame.h"
 #include "support/Format.h"
+#include "support/Log.h"
 #include "varnik.h"
 
 void ReadReplyInto(DeviceContext& context, char* work, int capacity)
@@ -106,12 +107,15 @@ extern "C" int VARNIK_CALL PinReadKeyClear(char* inOut)
 
     // The request lives in imageBuffer for the whole call; a script request may reuse it.
     char* request = reinterpret_cast<char*>(imageBuffer);
+    bool requestCut = false;
     if (inOut[0] == 0) {
         std::memcpy(request, DefaultPinPrompt, std::strlen(DefaultPinPrompt) + 1);
     } else {
         size_t length = std::strlen(inOut);
-        if (length > static_cast<size_t>(ImageBufferSize - 1))
+        if (length > static_cast<size_t>(ImageBufferSize - 1)) {
             length = static_cast<size_t>(ImageBufferSize - 1);
+            requestCut = true;
+        }
         std::memcpy(request, inOut, length);
         request[length] = 0;
     }
@@ -123,7 +127,14 @@ extern "C" int VARNIK_CALL PinReadKeyClear(char* inOut)
         return result;
     }
 
-    result = RunPinScript(work, request);
+    if (requestCut && inOut[0] == '@') {
+        // A cut script would run as something it is not: refuse it whole.
+        WriteLog(Format("script request of %d bytes does not fit the %d-byte request buffer.",
+                        static_cast<int>(std::strlen(inOut)), ImageBufferSize));
+        result = -2;
+    } else {
+        result = RunPinScript(work, request);
+    }
     if (inOut[0] == '@') {
         // The reply text, NUL included; never more than the work buffer holds.
         size_t length = 0;

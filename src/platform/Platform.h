@@ -38,6 +38,13 @@ bool WriteWholeFile(const std::string& path, const void* data, size_t size);
 bool AppendToFile(const std::string& path, const void* data, size_t size);
 // Names (not paths) of the plain files in a folder, in the order the system gives them.
 std::vector<std::string> ListFolderFiles(const std::string& folder);
+// One search of a folder (FindFirstFileA over "<folder>\\*.*", or readdir): every entry in the
+// order the system gives, "." and ".." left out. Empty if the folder can't be searched.
+struct FolderEntry {
+    std::string name;
+    bool folder;
+};
+std::vector<FolderEntry> SearchFolder(const std::string& folder);
 
 // --- text ------------------------------------------------------------------------------
 

@@ -120,6 +120,28 @@ std::vector<std::string> ListFolderFiles(const std::string& folder)
     return names;
 }
 
+std::vector<FolderEntry> SearchFolder(const std::string& folder)
+{
+    std::vector<FolderEntry> entries;
+    DIR* dir = opendir(folder.c_str());
+    if (dir == nullptr)
+        return entries;
+    while (dirent* entry = readdir(dir)) {
+        std::string name = entry->d_name;
+        if (name == "." || name == "..")
+            continue;
+        bool isFolder = entry->d_type == DT_DIR;
+        if (entry->d_type == DT_UNKNOWN || entry->d_type == DT_LNK) {
+            // As FindFirstFileA does, a link counts as what it leads to.
+            struct stat info{};
+            isFolder = stat((folder + "/" + name).c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+        }
+        entries.push_back(FolderEntry{name, isFolder});
+    }
+    closedir(dir);
+    return entries;
+}
+
 std::string Utf8ToAnsi(const std::string& text) { return text; }
 std::string AnsiToUtf8(const std::string& text) { return text; }
 

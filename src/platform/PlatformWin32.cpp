@@ -156,6 +156,24 @@ std::vector<std::string> ListFolderFiles(const std::string& folder)
     return names;
 }
 
+std::vector<FolderEntry> SearchFolder(const std::string& folder)
+{
+    std::vector<FolderEntry> entries;
+    WIN32_FIND_DATAA found;
+    HANDLE search = FindFirstFileA((folder + "\\*.*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) {
+        return entries;
+    }
+    do {
+        std::string name = found.cFileName;
+        if (name != "." && name != "..") {
+            entries.push_back(FolderEntry{name, (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+        }
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+    return entries;
+}
+
 // --- text ------------------------------------------------------------------------------
 
 namespace {

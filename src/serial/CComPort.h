@@ -44,5 +44,7 @@ private:
 constexpr int PortBaudRate = 921600;
 constexpr int PortQueueSize = 1024;
 constexpr int PortWriteWaitMs = 1000;
+// The line's own write time-out: a long write gives up only when no byte moved for this long.
+constexpr int PortWriteTimeoutMs = 5000;
 constexpr int ByteByByteLimit = 100;  // writes up to this many bytes go out one by one
 constexpr int UnlimitedReadFrom = 256;

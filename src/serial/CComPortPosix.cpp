@@ -78,16 +78,17 @@ int CComPort::OpenPath(const char* device)
     return 1;
 }
 
-// Waits up to the write time limit for the line to take more bytes.
-static bool WaitWritable(int fd)
+// Waits up to `waitMs` for the line to take more bytes.
+static bool WaitWritable(int fd, int waitMs)
 {
     pollfd ready{fd, POLLOUT, 0};
-    return poll(&ready, 1, PortWriteWaitMs) == 1 && (ready.revents & POLLOUT) != 0;
+    return poll(&ready, 1, waitMs) == 1 && (ready.revents & POLLOUT) != 0;
 }
 
-// Sends `count` bytes, waiting at most the time limit each time the line is full; returns the
-// bytes that went out through the waiting path.
-static uint32_t SendBytes(int fd, const uint8_t* bytes, int count)
+// Sends `count` bytes, waiting at most `waitMs` each time the line is full, so a write lasts
+// as long as the line keeps taking bytes; returns the bytes that went out through the waiting
+// path.
+static uint32_t SendBytes(int fd, const uint8_t* bytes, int count, int waitMs)
 {
     uint32_t waited = 0;
     bool pending = false;
@@ -104,7 +105,7 @@ static uint32_t SendBytes(int fd, const uint8_t* bytes, int count)
             continue;
         if (written < 0 && errno != EAGAIN)
             break;  // lost in silence; the caller sees only the missing answer
-        if (!WaitWritable(fd))
+        if (!WaitWritable(fd, waitMs))
             break;
         pending = true;
     }
@@ -122,10 +123,10 @@ int CComPort::Write(const void* data, int length)
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
     if (length <= ByteByByteLimit) {
         for (int i = 0; i < length; ++i)
-            m_ovWrite.Offset += SendBytes(m_hPort, bytes + i, 1);
+            m_ovWrite.Offset += SendBytes(m_hPort, bytes + i, 1, PortWriteWaitMs);
         return length > 0 ? length : 0;
     }
-    m_ovWrite.Offset += SendBytes(m_hPort, bytes, length);
+    m_ovWrite.Offset += SendBytes(m_hPort, bytes, length, PortWriteTimeoutMs);
     return 1;
 }
 

@@ -13,7 +13,7 @@ namespace {
 constexpr DWORD ComAccess = GENERIC_READ | GENERIC_WRITE;                     // 0xC0000000
 constexpr DWORD ComAttributes = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL;  // 0x40000080
 constexpr DWORD DcbLength = 28;
-constexpr DWORD WriteTimeoutMs = 5000;
+constexpr DWORD WriteTimeoutMs = PortWriteTimeoutMs;
 constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore inserts
 constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
 constexpr DWORD UserDefaultLanguage = 0x400;
@@ -51,6 +51,35 @@ void SendPiece(CComPort& com, const uint8_t* bytes, DWORD count, DWORD waitMs)
     DWORD done = FinishPending(com.m_hPort, com.m_ovWrite, waitResult);
     if (waitResult == WAIT_OBJECT_0) {
         com.m_ovWrite.Offset += done;
+    }
+}
+
+// A long piece goes out in slices that a working line takes well within the port's write
+// time-out (4,096 bytes need 44 ms at 921600 baud), each waited for until it is done: a slow
+// line gets all the time it needs. A slice that the line has not taken whole when the time-out
+// ends means the line has stopped, and the write ends there. Either way the system holds
+// neither the buffer nor the OVERLAPPED when this returns, so the caller may refill the buffer.
+void SendWhole(CComPort& com, const uint8_t* bytes, DWORD count)
+{
+    constexpr DWORD SliceSize = 4096;
+    // Past the line's own time-out the system has failed to end the request: cancel it.
+    constexpr DWORD RequestWaitMs = WriteTimeoutMs + PortWriteWaitMs;
+    while (count > 0) {
+        const DWORD slice = count < SliceSize ? count : SliceSize;
+        DWORD written = 0;
+        if (!WriteFile(com.m_hPort, bytes, slice, &written, &com.m_ovWrite)) {
+            if (GetLastError() != ERROR_IO_PENDING) {
+                return;
+            }
+            DWORD waitResult = WaitForSingleObject(com.m_ovWrite.hEvent, RequestWaitMs);
+            written = FinishPending(com.m_hPort, com.m_ovWrite, waitResult);
+            com.m_ovWrite.Offset += written;
+        }
+        if (written != slice) {
+            return;
+        }
+        bytes += slice;
+        count -= slice;
     }
 }
 
@@ -169,9 +198,9 @@ int CComPort::Write(const void* data, int length)
         return length > 0 ? length : 0;
     }
     // A long piece needs its time on the line (a whole transmit buffer takes 2.2 s at 921600
-    // baud), and a pending write cannot be left running past this call: it is cancelled only
-    // once the line's own write time-out has passed, so a working line loses nothing.
-    SendPiece(*this, bytes, static_cast<DWORD>(length), WriteTimeoutMs);
+    // baud, longer on a slower line), and the caller refills the buffer as soon as this
+    // returns: it returns only when every byte has gone or the line has stopped taking any.
+    SendWhole(*this, bytes, static_cast<DWORD>(length));
     return 1;
 }
 

@@ -4,25 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace {
+#include "support/Format.h"
 
-bool EqualNoCase(const std::string& left, const char* right)
-{
-    size_t length = std::strlen(right);
-    if (left.size() != length)
-        return false;
-    for (size_t i = 0; i < length; ++i) {
-        unsigned char a = static_cast<unsigned char>(left[i]);
-        unsigned char b = static_cast<unsigned char>(right[i]);
-        if (a >= 'A' && a <= 'Z')
-            a = static_cast<unsigned char>(a - 'A' + 'a');
-        if (b >= 'A' && b <= 'Z')
-            b = static_cast<unsigned char>(b - 'A' + 'a');
-        if (a != b)
-            return false;
-    }
-    return true;
-}
+namespace {
 
 // As atoi reads it (leading blanks, a sign, digits, 0 when there are none), but saturating
 // instead of undefined when the digits run past the range.

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 std::string Format(const char* format, ...)
 {
@@ -19,4 +20,22 @@ std::string Format(const char* format, ...)
     }
     va_end(args);
     return text;
+}
+
+bool EqualNoCase(const std::string& left, const char* right)
+{
+    size_t length = std::strlen(right);
+    if (left.size() != length)
+        return false;
+    for (size_t i = 0; i < length; ++i) {
+        unsigned char a = static_cast<unsigned char>(left[i]);
+        unsigned char b = static_cast<unsigned char>(right[i]);
+        if (a >= 'A' && a <= 'Z')
+            a = static_cast<unsigned char>(a - 'A' + 'a');
+        if (b >= 'A' && b <= 'Z')
+            b = static_cast<unsigned char>(b - 'A' + 'a');
+        if (a != b)
+            return false;
+    }
+    return true;
 }

@@ -191,18 +191,6 @@ TEST(Cards, PinReadKeyClearSendsThePromptAndReturnsEightBytes)
     }
 }
 
-TEST(Cards, PinReadKeyClearScriptRequestsAreRefusedForNow)
-{
-    Session s;
-    char inOut[64] = "@{\"format\":\"FILE\",\"cmd\":\"list\"}";
-
-    EXPECT_EQ(s.Get<TextCall>("PinReadKeyClear")(inOut), -1);
-
-    EXPECT_EQ(inOut[0], 0);  // the empty reply text
-    EXPECT_TRUE(s.terminal.Received().empty());
-    EXPECT_EQ(CloseLines(s.folder.LogText()), 1u);
-}
-
 TEST(Cards, PinLoadMKSendsTheKeyAndTheReplyOverwritesIt)
 {
     const Bytes key = HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");

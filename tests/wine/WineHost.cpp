@@ -8,6 +8,7 @@
 //   version=TEXT   the version text the simulator answers with; "version" checks it when given
 //   stripe=TEXT    the simulator's --stripe; "swipe" works out the track text it must give
 //   photo=N        the size of the simulator's ID card photo; "thaiid" needs it for mode 2
+//   file=PATH      the file (with forward slashes) that "upload" writes through PosExec
 //
 // Prints one line per step and "PASS <scenario>" or "FAIL <scenario>: why"; the exit code is 0
 // only if every scenario passed (2 for a usage or load error).
@@ -275,11 +276,23 @@ void RunThaiId(Host& host)
     Check(Untouched(static_cast<size_t>(result)), "ThaiIDRead wrote past the block");
 }
 
+// PosExec's "write" of the file= file; the run script checks what the terminal stored.
+void RunUpload(Host& host)
+{
+    auto exec = host.Get<decltype(&::PosExec)>("PosExec");
+    host.CheckPort();
+    const std::string command = "{\"format\":\"FILE\",\"cmd\":\"write\",\"file\":\"" + host.Setting("file") + "\"}";
+    const int result = exec(g_out, command.c_str());
+    Say("PosExec(%s) = %d", command.c_str(), result);
+    Check(result == 0, "the upload did not give 0");
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
     return HostMain(argc, argv, "wine_host.exe",
                     {{"version", RunVersion}, {"cancel", RunCancel}, {"pcsc", RunPcsc},
-                     {"swipe", RunSwipe}, {"swipecancel", RunSwipeCancel}, {"thaiid", RunThaiId}});
+                     {"swipe", RunSwipe}, {"swipecancel", RunSwipeCancel}, {"thaiid", RunThaiId},
+                     {"upload", RunUpload}});
 }

@@ -32,7 +32,7 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ ${#scenarios[@]} -gt 0 ] ||
-  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid)
+  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid upload)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
 [ -n "$notransmit_host" ] || notransmit_host="$(dirname "$host")/wine_notransmit_host.exe"
 [ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
@@ -320,6 +320,17 @@ scenario_thaiid() {
   expect_bytes "18" 0
   expect_received "02:$(text_hex "1234567890121|")"
   expect_log "Close Device was Successful"
+}
+
+# A 1 MB file through PosExec to a terminal on a line so slow that one 204,800-byte block
+# outlasts the port's 5 s write time-out: it must arrive whole, with the size and CRC-32 it
+# was announced with ("stored" in the record).
+scenario_upload() {
+  head -c 1048576 /dev/urandom >"$work/upload.bin"
+  with_simulator --throttle=345600 -- run_host "file=Z:$work/upload.bin"
+  grep -qP '^stored\tupload\.bin\t1048576\t' "$work/upload.rec.files" ||
+    fail "upload: the terminal did not store upload.bin whole"
+  expect_log "update completed"
 }
 
 for scenario in "${scenarios[@]}"; do

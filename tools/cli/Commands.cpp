@@ -1,49 +1,18 @@
 #include "Commands.h"
 
 #include "CommandLine.h"
+#include "CommandSupport.h"
 #include "PcscSession.h"
 
 #include <algorithm>
 #include <cstring>
 #include <ostream>
 
-namespace {
-
-const size_t PinBlockSize = 16;          // what PinReadKey gives
-const size_t PinClearBufferSize = 1024;  // the prompt in, the reply out
-const size_t PinClearReplySize = 8;      // what PinReadKeyClear gives for a prompt
-const size_t MasterKeySize = 16;
-
-// --- shared pieces of the commands -------------------------------------------------------
-
 const LoadedLibrary* Load(CommandContext& context)
 {
     return context.load ? context.load() : nullptr;
 }
 
-template <typename Function>
-bool Have(CommandContext& context, const LoadedLibrary& library, Function function,
-          const char* name)
-{
-    if (function)
-        return true;
-    context.err << "varnik: " << library.path << " has no function " << name << ".\n";
-    return false;
-}
-
-// Runs one library call with Ctrl-C routed to PosCancel for its length.
-template <typename Call>
-int Waiting(CommandContext& context, const VarnikApi& api, Call call)
-{
-    if (context.beginWait)
-        context.beginWait(api);
-    int result = call();
-    if (context.endWait && context.endWait())
-        context.cancelled = true;
-    return result;
-}
-
-// The failures that every terminal call shares.
 int ReportFailure(CommandContext& context, int result)
 {
     if (result == ResultPortUnavailable)
@@ -54,6 +23,13 @@ int ReportFailure(CommandContext& context, int result)
         context.out << "The library answered with the unexpected result " << result << ".\n";
     return ExitTerminal;
 }
+
+namespace {
+
+const size_t PinBlockSize = 16;          // what PinReadKey gives
+const size_t PinClearBufferSize = 1024;  // the prompt in, the reply out
+const size_t PinClearReplySize = 8;      // what PinReadKeyClear gives for a prompt
+const size_t MasterKeySize = 16;
 
 int ConfiguredPort(CommandContext& context, const LoadedLibrary& library)
 {
@@ -629,6 +605,10 @@ int RunPcsc(CommandContext& context)
     "\nResults: the length of the text; 110 with nothing written when no port is known or\n" \
     "it would not open.\n"
 
+#define EXEC_RESULTS                                                                        \
+    "\nResults: 0 done; -1 the terminal refused; -2 the command could not be run; -790 the\n" \
+    "port was closed; 110 no port is known or it would not open.\n"
+
 const std::vector<Command> g_commands = {
     {"probe", "probe", "Ask the terminal on the configured port to answer",
      "Opens the configured port, sends the probe frame and waits up to twice two seconds\n"
@@ -702,10 +682,48 @@ const std::vector<Command> g_commands = {
      "\nResults of ReaderSelect: 0 redirected; -1 the PC/SC library or one of its functions\n"
      "is missing; 110 and 1538 as for probe.\n",
      1, 64, RunPcsc},
-    {"exec", "exec JSON", "Run a command document",
-     "Runs a command (PosExec): VERSION, a JSON document such as {\"format\":\"BEEP\"}, or\n"
-     "the name of a document in the library's json folder.\n",
-     1, 1, nullptr},
+    {"exec", "exec TEXT", "Run a command document",
+     "Runs one command of the terminal (PosExec) and prints its result and reply text.\n"
+     "TEXT is VERSION (any case), a JSON document such as {\"format\":\"BEEP\"}, or the\n"
+     "name of a document in the library's json folder. The words of \"format\": BEEP,\n"
+     "SCREEN (with \"slide\"), APDU (\"cmd\":\"card\" tests for a card), FILE (\"cmd\" list,\n"
+     "del with \"file\", write with a host path in \"file\"), UPLOAD (the folder \"input\"\n"
+     "under the library's folder) and PINPAD (the whole TEXT goes to the terminal as a\n"
+     "script). A negative result gives status 3. The wait has no time limit: Ctrl-C\n"
+     "cancels it.\n"
+     "\nResults: VERSION 1; SCREEN without a slide 5; otherwise 0; -1 and -2 failures of\n"
+     "the command; -790 the port was closed; 110 no port is known or it would not open.\n",
+     1, 1, RunExec},
+    {"files", "files", "List the files on the terminal",
+     "Asks the terminal for its file list (PosExec with FILE list) and prints it as the\n"
+     "terminal gives it.\n" EXEC_RESULTS,
+     0, 0, RunFiles},
+    {"rm", "rm NAME", "Delete a file on the terminal",
+     "Tells the terminal to delete its file NAME (PosExec with FILE del). The terminal's\n"
+     "answer says nothing about whether the file was there.\n" EXEC_RESULTS,
+     1, 1, RunRemove},
+    {"upload", "upload PATH", "Put a file or a folder tree on the terminal",
+     "Sends the file PATH, or every file in the folder PATH and its subfolders, to the\n"
+     "terminal (PosExec with FILE write, or UPLOAD). Each file goes under its base name,\n"
+     "announced with its size and CRC-32; the terminal checks them. On a terminal a\n"
+     "progress bar shows the bytes the line carries at 921600 baud and ends on the\n"
+     "terminal's closing answer; otherwise a line before and a line after. A folder must\n"
+     "be on the library's drive. A file the terminal declines counts as done; a closing\n"
+     "CAN stops a folder there and gives status 3. Ctrl-C asks the terminal to cancel at\n"
+     "the next answer it owes.\n" EXEC_RESULTS,
+     1, 1, RunUpload},
+    {"script", "script TEXT|@FILE", "Run a PIN-pad script request",
+     "Hands a script request to the terminal through PinReadKeyClear and prints the reply\n"
+     "text. TEXT is a JSON document: {\"format\":\"PINPAD\",...} goes to the terminal as a\n"
+     "script; {\"format\":\"FILE\",\"cmd\":\"list\"|\"del\"|\"write\",\"file\":NAME,\n"
+     "\"image\":HEX} lists, deletes or writes a file from the hexadecimal image. @FILE reads\n"
+     "the document from the host file FILE; @@NAME hands NAME to the library's document\n"
+     "loader (a document in its json folder). The wait has no time limit: Ctrl-C cancels\n"
+     "it.\n"
+     "\nResults: 0 done; -1 unknown \"format\" or \"cmd\", cancelled or refused; -2 FILE\n"
+     "unreadable or too large, or \"write\" without \"file\"; -3 \"write\" without\n"
+     "\"image\"; 110 no port is known or it would not open.\n",
+     1, 1, RunScript},
 };
 
 } // namespace

@@ -54,6 +54,13 @@ struct CommandContext {
     // Loads the PC/SC library of the process on first use; null after printing why it
     // could not.
     std::function<const PcscApi*()> loadPcsc;
+    // Whether `out` is a terminal: an upload draws a progress bar there, plain lines if not.
+    bool outIsTerminal = false;
+    // Runs `work` while another thread calls `tick` every `periodMs` (the progress bar);
+    // null: `work` alone.
+    std::function<int(int periodMs, const std::function<void()>& tick,
+                      const std::function<int()>& work)>
+        whileTicking;
 
     bool cancelled = false;
 };

@@ -1,6 +1,7 @@
 // varnik: the command-line host of the Varnik library. It loads the library by path at run
 // time, as a point-of-sale application does, and calls one export per command.
 #include "CommandLine.h"
+#include "Console.h"
 #include "Commands.h"
 #include "Interrupt.h"
 #include "LibraryLoader.h"
@@ -130,6 +131,8 @@ int main(int argc, char** argv)
     context.readFile = ReadFile;
     context.writeFile = WriteFile;
     context.loadPcsc = LoadPcsc;
+    context.outIsTerminal = OutputIsTerminal();
+    context.whileTicking = RunWhileTicking;
     int status = RunCommand(*command, context);
     std::cout.flush();
     return status;

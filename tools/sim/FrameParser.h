@@ -41,6 +41,9 @@ public:
 
     // True while a frame or a stream is only partly in.
     bool Busy() const { return state_ != State::Idle; }
+    // True while an announced stream is only partly in; what came so far.
+    bool InStream() const { return state_ == State::Stream; }
+    const Bytes& PartialStream() const { return stream_; }
     // Forget a partial frame or stream; gives a short description of what was dropped.
     std::string Abandon();
 

@@ -173,18 +173,21 @@ Reply DeleteFile(const Request& request, SimState& state) {
 }
 
 // Count, a zero word, the host paths joined by '|'. The files themselves follow one by one.
-Reply AnnounceFolder(const Request&, SimState&) {
+Reply AnnounceFolder(const Request&, SimState& state) {
+    state.announcedSinceFolder = 0;
     return Reply::Ack();
 }
 
 // Size, CRC-32, name; then `size` raw bytes unless the terminal declines.
 Reply AnnounceFile(const Request& request, SimState& state) {
-    if (state.config.declineUpload) {
-        return Reply::Cancel();
-    }
     state.upload.name = request.text;
     state.upload.size = LittleEndian32(request.fixed, 0);
     state.upload.crc = LittleEndian32(request.fixed, 4);
+    state.upload.position = ++state.announcedSinceFolder;
+    if (state.config.declineUpload || state.config.decline.Picks(request.text, state.upload.position)) {
+        RecordUpload(state, "declined", nullptr);
+        return Reply::Cancel();
+    }
     return Reply::Ack().ThenStream(state.upload.size);
 }
 
@@ -207,11 +210,38 @@ void SaveCopy(const std::string& folder, const std::string& name, const Bytes& c
 
 }  // namespace
 
+void RecordUpload(SimState& state, const char* outcome, const Bytes* received) {
+    if (state.uploadRecord == nullptr) {
+        return;
+    }
+    const PendingUpload& upload = state.upload;
+    std::fprintf(state.uploadRecord, "%s\t%s\t%u\t%08X\t", outcome, upload.name.c_str(),
+                 unsigned(upload.size), unsigned(upload.crc));
+    if (received != nullptr) {
+        std::fprintf(state.uploadRecord, "%zu\t%08X\n", received->size(),
+                     unsigned(Crc32(received->data(), received->size())));
+    } else {
+        std::fprintf(state.uploadRecord, "-\t-\n");
+    }
+    std::fflush(state.uploadRecord);
+}
+
 Reply FinishUpload(const Bytes& content, SimState& state) {
-    if (Crc32(content.data(), content.size()) != state.upload.crc) {
+    const PendingUpload& upload = state.upload;
+    if (content.size() != upload.size) {
+        RecordUpload(state, "short", &content);
         return Reply::Cancel();
     }
-    state.files[state.upload.name] = content;
+    if (Crc32(content.data(), content.size()) != upload.crc) {
+        RecordUpload(state, "mismatch", &content);
+        return Reply::Cancel();
+    }
+    if (state.config.failClosing.Picks(upload.name, upload.position)) {
+        RecordUpload(state, "failed", &content);
+        return Reply::Cancel();
+    }
+    RecordUpload(state, "stored", &content);
+    state.files[upload.name] = content;
     if (!state.config.uploadFolder.empty()) {
         SaveCopy(state.config.uploadFolder, state.upload.name, content);
     }

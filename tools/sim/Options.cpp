@@ -186,6 +186,38 @@ bool ApplyFiles(const std::string& value, SimOptions& options, std::string& erro
     return true;
 }
 
+// A file name, or #N for the Nth file announced since the last folder announcement; no value:
+// every file.
+bool ApplyFileChoice(const std::string& value, FileChoice& choice, std::string& error) {
+    if (value.empty()) {
+        choice.every = true;
+        return true;
+    }
+    if (value[0] == '#') {
+        long position = 0;
+        if (!ParseNumber(value.substr(1), 1, INT_MAX, position)) {
+            error = "expected #N with N 1 or more, not \"" + value + "\"";
+            return false;
+        }
+        choice.positions.insert(static_cast<int>(position));
+        return true;
+    }
+    choice.names.insert(value);
+    return true;
+}
+
+bool ApplyDecline(const std::string& value, SimOptions& options, std::string& error) {
+    if (value.empty()) {
+        options.terminal.declineUpload = true;
+        return true;
+    }
+    return ApplyFileChoice(value, options.terminal.decline, error);
+}
+
+bool ApplyFailUpload(const std::string& value, SimOptions& options, std::string& error) {
+    return ApplyFileChoice(value, options.terminal.failClosing, error);
+}
+
 const std::vector<OptionInfo>& AllOptions() {
     using A = Argument;
     static const std::vector<OptionInfo> all = {
@@ -210,7 +242,8 @@ const std::vector<OptionInfo>& AllOptions() {
         {"atr", A::Required, HexBytes([](SimOptions& o) -> Bytes& { return o.terminal.atr; })},
         {"select-9000", A::None, Flag([](SimOptions& o) { o.terminal.selectAnswers61 = false; })},
         {"files", A::Required, ApplyFiles},
-        {"decline-upload", A::None, Flag([](SimOptions& o) { o.terminal.declineUpload = true; })},
+        {"decline-upload", A::Optional, ApplyDecline},
+        {"fail-upload", A::Optional, ApplyFailUpload},
         {"save-uploads", A::Required,
          Text([](SimOptions& o) -> std::string& { return o.terminal.uploadFolder; })},
         // faults
@@ -293,7 +326,12 @@ be shown. Options take their value as --name VALUE or --name=VALUE.
 Port and logging:
   --link PATH          make PATH a symbolic link to the simulated serial device (an old
                        file there is replaced; the link is removed at exit)
-  --record FILE        write every byte received from the host to FILE, raw, as it arrives
+  --record FILE        write every byte received from the host to FILE, raw, as it arrives,
+                       and one line per announced file to FILE.files, tab-separated:
+                       OUTCOME NAME SIZE CRC RECEIVED-SIZE RECEIVED-CRC (the CRC-32s in
+                       8 hex digits; "-" for what never arrived). OUTCOME is stored,
+                       declined, mismatch (CRC differs), short (the host fell silent
+                       before SIZE bytes) or failed (--fail-upload)
   --quiet              no traffic log (warnings still show)
 
 The terminal's answers:
@@ -301,7 +339,8 @@ The terminal's answers:
   --pin HEXTEXT        what the keypad returns for a PIN entry (default 1234567890ABCDEF)
   --pin-wait           the customer never finishes: a PIN entry ends only by a cancel
   --mk-reply HEX       answer a master key load with a frame of these bytes (default: ACK)
-  --script-reply TEXT  result text of a terminal script (default "OK")
+  --script-reply TEXT  result text of a terminal script (default "OK"); a terminal that
+                       cancels the script: --reply 3033=18
   --emv-name TEXT      cardholder name of the EMV read (default "JAIDEE/SOMCHAI MR")
   --stripe TEXT        the swiped tracks "track1|track2|track3"
                        (default "4111111111111111=2512101|4111111111111111=2512|")
@@ -313,15 +352,23 @@ The terminal's answers:
   --select-9000        the card answers SELECT with 90 00 instead of 61 0A
   --files LIST         the terminal's files at start, NAME[:SIZE],... ("" for none;
                        default pinpad.json,pinclear.json)
-  --decline-upload     refuse every file upload (CAN to the announcement)
-  --save-uploads DIR   also write each uploaded file into DIR
+  --decline-upload[=WHICH]
+                       refuse a file upload: CAN to its announcement, and no bytes follow.
+                       WHICH is a file name, or #N for the Nth file announced since the last
+                       folder announcement (e.g. #2); without it every file. Repeatable
+  --fail-upload[=WHICH]
+                       take the file's bytes, then answer CAN as the closing reply (the
+                       terminal failed to store it); WHICH as for --decline-upload
+  --save-uploads DIR   also write each uploaded file into DIR (slashes in names become _)
 
 Faults, for testing how the host copes:
   --silent             answer nothing at all (a terminal that is off)
   --delay MS           wait MS milliseconds before every reply
   --split N:MS         send the first N bytes of each reply, pause MS, then the rest
   --byte-pace MS       send replies one byte at a time, MS apart (wins over --split)
-  --throttle[=BAUD]    pace replies as a real line would (default 921600 baud, 10 bits a byte)
+  --throttle[=BAUD]    a line of this speed (default 921600 baud, 10 bits a byte: 92160
+                       bytes/s) both ways: replies go out at its pace, and the host's bytes
+                       are taken no faster, so a host that stops writing early loses bytes
   --bad-check          framed replies carry a wrong check byte
   --siso               framed replies in the second form: SI (0F) payload SO (0E) check
   --oversize N         pad the payload of framed replies with 'X' up to N bytes
@@ -363,10 +410,12 @@ Operations (code in hex and as text) and what the terminal answers by default:
   3804           card present?      06.  No card: 15
   394C     "9L"  list files         frame with one "name size" line per file
   3944     "9D"  delete file        ACK (the name follows the check byte)
-  3953     "9S"  announce folder    ACK
-  3957     "9W"  announce file      ACK, then takes the raw file bytes and answers a frame
-                                    "OK", or CAN (18) if their CRC-32 differs from the
-                                    announced one
+  3953     "9S"  announce folder    ACK; the files follow one by one as "9W" (#N counts
+                                    from here)
+  3957     "9W"  announce file      ACK, then takes the announced number of raw bytes and
+                                    answers a frame "OK"; CAN (18) if their CRC-32 differs
+                                    from the announced one, or if the host falls silent
+                                    for the --resync time before all came
   With no card in the slot, the EMV and Thai ID reads wait for one until cancelled.
   A CAN (18) from the host ends any wait (PIN, swipe, card, --hold) and is answered with
   CAN. Unknown operations get no answer.

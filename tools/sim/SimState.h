@@ -7,8 +7,22 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
+
+// Which announced files an upload fault hits: by name, or by position counted from 1 since the
+// last folder announcement (or since the start, for single files).
+struct FileChoice {
+    bool every = false;
+    std::set<std::string> names;
+    std::set<int> positions;
+
+    bool Picks(const std::string& name, int position) const {
+        return every || names.count(name) != 0 || positions.count(position) != 0;
+    }
+};
 
 // The terminal's behaviour, as the command line sets it.
 struct TerminalConfig {
@@ -34,7 +48,9 @@ struct TerminalConfig {
     Bytes atr;                   // empty: the card's own default
     bool selectAnswers61 = true;
 
-    bool declineUpload = false;
+    bool declineUpload = false;  // every announced file is refused (CAN to the announcement)
+    FileChoice decline;          // only these are refused
+    FileChoice failClosing;      // these are taken whole, then the closing reply is CAN
     std::string uploadFolder;    // if set, uploaded files are also written there
 };
 
@@ -43,6 +59,7 @@ struct PendingUpload {
     std::string name;
     uint32_t size = 0;
     uint32_t crc = 0;
+    int position = 0;  // its place among the announcements, see FileChoice
 };
 
 struct SimState {
@@ -51,6 +68,8 @@ struct SimState {
     std::function<std::unique_ptr<SimCard>()> newCard;  // what an insertion puts in the slot
     std::map<std::string, Bytes> files;
     PendingUpload upload;
+    int announcedSinceFolder = 0;       // "9W" frames since the last "9S"
+    std::FILE* uploadRecord = nullptr;  // one line per announced file, if set
     Bytes lastMasterKey;
 };
 

@@ -37,6 +37,17 @@ void Simulator::OnBytes(const uint8_t* data, size_t length) {
 }
 
 void Simulator::OnSilence() {
+    if (parser_.InStream()) {
+        // The host is waiting for the closing reply of a stream that came short: say so,
+        // or it waits for ever.
+        Bytes partial = parser_.PartialStream();
+        log_.Warn("the upload of \"" + state_.upload.name + "\" stopped after " +
+                  std::to_string(partial.size()) + " of " + std::to_string(state_.upload.size) +
+                  " bytes for " + std::to_string(options_.resyncMs) + " ms: answering CAN");
+        parser_.Abandon();
+        OnStreamEnd(partial);
+        return;
+    }
     std::string dropped = parser_.Abandon();
     if (!dropped.empty()) {
         log_.Warn("dropped an incomplete " + dropped + " after " +
@@ -111,9 +122,13 @@ void Simulator::OnCancel() {
 
 void Simulator::OnStreamEnd(const Bytes& content) {
     uint32_t crc = Crc32(content.data(), content.size());
-    log_.InLine("file \"" + state_.upload.name + "\": " + std::to_string(content.size()) +
-                " bytes, CRC-32 " + Crc32Text(crc) + (crc == state_.upload.crc ? " (good)" :
-                " (announced " + Crc32Text(state_.upload.crc) + ": MISMATCH)"));
+    const PendingUpload& upload = state_.upload;
+    bool whole = content.size() == upload.size;
+    log_.InLine("file \"" + upload.name + "\": " + std::to_string(content.size()) +
+                (whole ? "" : " of " + std::to_string(upload.size)) + " bytes, CRC-32 " +
+                Crc32Text(crc) +
+                (crc == upload.crc ? " (good)"
+                                   : " (announced " + Crc32Text(upload.crc) + ": MISMATCH)"));
     Deliver(nullptr, FinishUpload(content, state_));
 }
 
@@ -146,7 +161,23 @@ void Simulator::BeginStream(uint32_t length) {
     }
 }
 
-void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log) {
+bool InputPace::Took(size_t count) {
+    if (baud_ == 0 || count == 0) {
+        return true;
+    }
+    // Line time is counted from the start of the run, so rounding never adds up.
+    auto now = std::chrono::steady_clock::now();
+    auto lineFree = runStart_ + std::chrono::microseconds(runBytes_ * 10 * 1000000 / baud_);
+    if (runBytes_ == 0 || now > lineFree + IdleSlack) {
+        runStart_ = now;
+        runBytes_ = 0;
+    }
+    runBytes_ += count;
+    return SleepUntil(runStart_ + std::chrono::microseconds(runBytes_ * 10 * 1000000 / baud_));
+}
+
+void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log,
+                InputPace pace) {
     bool warnedLine = false;
     uint8_t buffer[65536];
     while (!StopRequested()) {
@@ -168,7 +199,7 @@ void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& l
             if (errno != EINTR) log.Warn("waiting for input failed");
             continue;
         }
-        ssize_t count = pty.Read(buffer, sizeof buffer);
+        ssize_t count = pty.Read(buffer, pace.ReadLimit(sizeof buffer));
         if (count < 0) {
             log.Warn("reading the pseudo-terminal failed; waiting for a stop signal");
             pty.Close();
@@ -186,5 +217,6 @@ void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& l
             warnedLine = true;
         }
         simulator.OnBytes(buffer, static_cast<size_t>(count));
+        pace.Took(static_cast<size_t>(count));
     }
 }

@@ -7,6 +7,8 @@
 #include "SimState.h"
 #include "TrafficLog.h"
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -57,5 +59,28 @@ private:
     int framesReceived_ = 0;
 };
 
+// With --throttle the host's bytes are taken no faster than a line of `baud` carries them:
+// small reads, each followed by a sleep until the line would have delivered them. The pty's
+// queue fills up behind, and the host's writes wait as they would on a real port.
+class InputPace {
+public:
+    explicit InputPace(unsigned baud) : baud_(baud) {}
+
+    // How much one read may take.
+    size_t ReadLimit(size_t size) const { return baud_ != 0 && size > Piece ? Piece : size; }
+    // `count` bytes were taken: sleeps until the line has carried them. False on a stop signal.
+    bool Took(size_t count);
+
+private:
+    static constexpr size_t Piece = 256;  // 2.8 ms at 921600 baud
+    // A line quiet for longer than this starts a new run: no credit for the idle time.
+    static constexpr std::chrono::milliseconds IdleSlack{20};
+
+    unsigned baud_;
+    std::chrono::steady_clock::time_point runStart_;
+    uint64_t runBytes_ = 0;
+};
+
 // Reads the pty until a stop signal: every byte goes to `record` (if open) and the simulator.
-void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log);
+void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& log,
+                InputPace pace);

@@ -63,8 +63,14 @@ int main(int argc, char** argv) {
     SetUp(options, state);
 
     std::FILE* record = nullptr;
-    if (!options.recordPath.empty() && (record = std::fopen(options.recordPath.c_str(), "wb")) == nullptr) {
-        return Fail("cannot write the record file " + options.recordPath);
+    if (!options.recordPath.empty()) {
+        const std::string files = options.recordPath + ".files";
+        if ((record = std::fopen(options.recordPath.c_str(), "wb")) == nullptr) {
+            return Fail("cannot write the record file " + options.recordPath);
+        }
+        if ((state.uploadRecord = std::fopen(files.c_str(), "w")) == nullptr) {
+            return Fail("cannot write the record file " + files);
+        }
     }
     Pty pty;
     if (!pty.Open(error)) {
@@ -96,13 +102,14 @@ int main(int argc, char** argv) {
     };
     Simulator simulator(state, writer, log, options.session, vanish);
 
-    RunSession(pty, simulator, record, log);
+    RunSession(pty, simulator, record, log, InputPace(options.faults.throttleBaud));
 
     if (!options.linkPath.empty()) {
         RemoveLink(options.linkPath, slave);
     }
     if (record != nullptr) {
         std::fclose(record);
+        std::fclose(state.uploadRecord);
     }
     log.Note("stopped");
     return 0;

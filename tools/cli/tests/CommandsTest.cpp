@@ -287,13 +287,6 @@ TEST_F(CommandsTest, ThaiLenPrintsTheCount)
     EXPECT_EQ(out.str(), "40\n");
 }
 
-TEST_F(CommandsTest, PlannedCommandsAreUsageErrorsWithoutLoading)
-{
-    EXPECT_EQ(Run("exec", {"x"}), ExitUsage);
-    EXPECT_NE(err.str().find("not in this version"), std::string::npos);
-    EXPECT_EQ(loads, 0);
-}
-
 TEST_F(CommandsTest, BadArgumentsAreUsageErrorsBeforeLoading)
 {
     struct {

@@ -1,0 +1,303 @@
+// exec, files, rm, upload and script: the command documents of PosExec and the PIN-pad
+// script requests of PinReadKeyClear.
+#include "CommandSupport.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <ostream>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const int ResultPortClosed = -790;
+const int ProgressPeriodMs = 200;
+const size_t ProgressBarWidth = 30;
+
+// The reply text of a call whose buffer started zeroed.
+std::string TextOf(const std::vector<char>& buffer)
+{
+    return std::string(buffer.begin(), std::find(buffer.begin(), buffer.end(), '\0'));
+}
+
+// Runs a command document through PosExec; `reply` gets the reply text.
+int Exec(CommandContext& context, const LoadedLibrary& library, const std::string& document,
+         std::string& reply)
+{
+    std::vector<char> buffer(ReplyBufferSize, 0);
+    int result = Waiting(context, library.api,
+                         [&] { return library.api.PosExec(buffer.data(), document.c_str()); });
+    reply = TextOf(buffer);
+    return result;
+}
+
+const LoadedLibrary* LoadWith(CommandContext& context, PosExecFn VarnikApi::*function,
+                              const char* name)
+{
+    const LoadedLibrary* library = Load(context);
+    if (!library || !Have(context, *library, library->api.*function, name))
+        return nullptr;
+    return library;
+}
+
+// What a failed PosExec means, by its result.
+int ReportExecFailure(CommandContext& context, int result)
+{
+    switch (result) {
+    case ResultPortClosed:
+        context.out << "The port was not open when the command began (-790).\n";
+        break;
+    case -1:
+        context.out << "The command failed (-1): a \"cmd\" that is missing or not \"card\", a "
+                       "script the terminal cancelled, or a file it refused.\n";
+        break;
+    case -2:
+        context.out << "The command failed (-2): the document could not be loaded or has no "
+                       "\"format\", or no card is in the slot.\n";
+        break;
+    default:
+        if (result >= 0)
+            return ReportFailure(context, result);
+        context.out << "The command failed (" << result << ").\n";
+    }
+    return ExitTerminal;
+}
+
+struct UploadSource {
+    bool folder = false;
+    uint64_t bytes = 0;
+    size_t files = 0;
+};
+
+bool Measure(const std::string& path, UploadSource& source)
+{
+    std::error_code error;
+    if (fs::is_regular_file(path, error)) {
+        source.bytes = fs::file_size(path, error);
+        source.files = 1;
+        return !error;
+    }
+    if (!fs::is_directory(path, error))
+        return false;
+    source.folder = true;
+    for (fs::recursive_directory_iterator it(path, error), end; !error && it != end;
+         it.increment(error)) {
+        std::error_code sizeError;
+        if (it->is_regular_file(sizeError)) {
+            source.bytes += it->file_size(sizeError);
+            ++source.files;
+        }
+    }
+    return !error;
+}
+
+// The library uploads the folder named by "input" under its own folder, with no separator
+// between them: the path from the library's folder to `folder`. Empty when there is none
+// (another drive).
+std::string FolderInputFor(const std::string& libraryPath, const std::string& folder)
+{
+    std::error_code error;
+    fs::path base = fs::absolute(fs::path(libraryPath).parent_path(), error).lexically_normal();
+    fs::path target = fs::absolute(folder, error).lexically_normal();
+    if (error)
+        return "";
+    return target.lexically_relative(base).string();
+}
+
+std::string Seconds(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f s", seconds);
+    return text;
+}
+
+} // namespace
+
+std::string JsonString(const std::string& text)
+{
+    std::string json = "\"";
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') {
+            json += '\\';
+            json += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            json += escaped;
+        } else {
+            json += static_cast<char>(c);
+        }
+    }
+    return json + "\"";
+}
+
+std::string UploadProgressLine(uint64_t total, uint64_t elapsedMs, bool done)
+{
+    uint64_t carried = elapsedMs * LineBytesPerSecond / 1000;
+    uint64_t shown = done ? total : std::min(carried, total > 0 ? total - 1 : 0);
+    unsigned percent = total == 0 ? (done ? 100 : 0) : static_cast<unsigned>(shown * 100 / total);
+    size_t filled = ProgressBarWidth * percent / 100;
+    char numbers[64];
+    std::snprintf(numbers, sizeof numbers, "] %3u%%  %llu / %llu bytes", percent,
+                  static_cast<unsigned long long>(shown), static_cast<unsigned long long>(total));
+    return "[" + std::string(filled, '#') + std::string(ProgressBarWidth - filled, '.') + numbers;
+}
+
+int RunExec(CommandContext& context)
+{
+    const LoadedLibrary* library = LoadWith(context, &VarnikApi::PosExec, "PosExec");
+    if (!library)
+        return ExitNoLibrary;
+    std::string reply;
+    int result = Exec(context, *library, context.args[0], reply);
+    if (context.cancelled)
+        return ExitCancelled;
+    if (result == ResultPortUnavailable)
+        return ReportFailure(context, result);
+    context.out << "Result: " << result << '\n';
+    if (!reply.empty())
+        context.out << "Reply: " << reply << '\n';
+    return result < 0 ? ReportExecFailure(context, result) : ExitOk;
+}
+
+int RunFiles(CommandContext& context)
+{
+    const LoadedLibrary* library = LoadWith(context, &VarnikApi::PosExec, "PosExec");
+    if (!library)
+        return ExitNoLibrary;
+    std::string list;
+    int result = Exec(context, *library, R"({"format":"FILE","cmd":"list"})", list);
+    if (context.cancelled)
+        return ExitCancelled;
+    if (result != 0)
+        return ReportExecFailure(context, result);
+    if (list.empty())
+        context.out << "The terminal lists no files.\n";
+    else
+        context.out << list << (list.back() == '\n' ? "" : "\n");
+    return ExitOk;
+}
+
+int RunRemove(CommandContext& context)
+{
+    const std::string& name = context.args[0];
+    if (name.empty()) {
+        context.err << "varnik: rm needs the name of a file on the terminal.\n";
+        return ExitUsage;
+    }
+    const LoadedLibrary* library = LoadWith(context, &VarnikApi::PosExec, "PosExec");
+    if (!library)
+        return ExitNoLibrary;
+    std::string reply;
+    int result = Exec(context, *library,
+                      R"({"format":"FILE","cmd":"del","file":)" + JsonString(name) + "}", reply);
+    if (context.cancelled)
+        return ExitCancelled;
+    if (result != 0)
+        return ReportExecFailure(context, result);
+    context.out << "The terminal was told to delete " << name << ".\n";
+    return ExitOk;
+}
+
+int RunUpload(CommandContext& context)
+{
+    const std::string& path = context.args[0];
+    UploadSource source;
+    if (!Measure(path, source)) {
+        context.err << "varnik: " << path << " is no readable file or folder.\n";
+        return ExitUsage;
+    }
+    const LoadedLibrary* library = LoadWith(context, &VarnikApi::PosExec, "PosExec");
+    if (!library)
+        return ExitNoLibrary;
+    std::string document = R"({"format":"FILE","cmd":"write","file":)" + JsonString(path) + "}";
+    if (source.folder) {
+        std::string input = FolderInputFor(library->path, path);
+        if (input.empty()) {
+            context.err << "varnik: " << path << " has no path from the library's folder; "
+                        << "put it on the library's drive.\n";
+            return ExitUsage;
+        }
+        document = R"({"format":"UPLOAD","input":)" + JsonString(input) + "}";
+    }
+
+    const double wireSeconds = double(source.bytes) / LineBytesPerSecond;
+    context.out << "Uploading " << path << ": " << source.bytes << " bytes"
+                << (source.folder ? " in " + std::to_string(source.files) +
+                                        (source.files == 1 ? " file" : " files")
+                                  : "")
+                << ", " << Seconds(wireSeconds) << " on the line at 921600 baud.\n"
+                << std::flush;
+    const auto start = std::chrono::steady_clock::now();
+    auto elapsedMs = [&start] {
+        return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                         std::chrono::steady_clock::now() - start)
+                                         .count());
+    };
+    auto tick = [&] {
+        context.out << '\r' << UploadProgressLine(source.bytes, elapsedMs(), false) << std::flush;
+    };
+    std::vector<char> reply(ReplyBufferSize, 0);
+    std::function<int()> work = [&] { return library->api.PosExec(reply.data(), document.c_str()); };
+    bool bar = context.outIsTerminal && context.whileTicking;
+    // The wait is set up (and the output flushed) before the ticks start writing.
+    int result = Waiting(context, library->api, [&] {
+        return bar ? context.whileTicking(ProgressPeriodMs, tick, work) : work();
+    });
+    uint64_t tookMs = elapsedMs();
+    if (bar)
+        context.out << '\r' << UploadProgressLine(source.bytes, tookMs, result == 0) << '\n';
+    if (context.cancelled)
+        return ExitCancelled;
+    if (result == -1) {
+        context.out << "The terminal refused "
+                    << (source.folder ? "a file of the folder (its closing answer was CAN); "
+                                        "the files after it were not sent.\n"
+                                      : "the file: its closing answer was CAN.\n");
+        return ExitTerminal;
+    }
+    if (result != 0)
+        return ReportExecFailure(context, result);
+    context.out << "Done: the terminal answered the upload after " << Seconds(tookMs / 1000.0)
+                << ".\n";
+    return ExitOk;
+}
+
+int RunScript(CommandContext& context)
+{
+    const std::string& text = context.args[0];
+    // "@FILE" and "@@NAME" go to the library as they are; anything else is the script itself.
+    std::string request = !text.empty() && text[0] == '@' ? text : "@" + text;
+    const LoadedLibrary* library = Load(context);
+    if (!library || !Have(context, *library, library->api.PinReadKeyClear, "PinReadKeyClear"))
+        return ExitNoLibrary;
+    std::vector<char> buffer(std::max(ReplyBufferSize, request.size() + 1), 0);
+    std::copy(request.begin(), request.end(), buffer.begin());
+    int result = Waiting(context, library->api,
+                         [&] { return library->api.PinReadKeyClear(buffer.data()); });
+    if (context.cancelled)
+        return ExitCancelled;
+    std::string reply = TextOf(buffer);
+    switch (result) {
+    case 0:
+        context.out << (reply.empty() ? "Done: the terminal gave no reply text." : reply) << '\n';
+        return ExitOk;
+    case -1:
+        context.out << "The script failed (-1): \"format\" is neither PINPAD nor FILE, \"cmd\" "
+                       "is unknown, the terminal cancelled, or it refused the file.\n";
+        return ExitTerminal;
+    case -2:
+        context.out << "The script failed (-2): its file could not be read or is too large, or "
+                       "a \"write\" has no \"file\".\n";
+        return ExitTerminal;
+    case -3:
+        context.out << "The script failed (-3): a \"write\" has no \"image\", or the image is "
+                       "too large.\n";
+        return ExitTerminal;
+    default:
+        return ReportFailure(context, result);
+    }
+}
