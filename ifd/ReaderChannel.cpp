@@ -113,26 +113,30 @@ int ReaderChannel::ReadWithin(int deadlineMs)
 {
     uint8_t* buffer = m_context.rxBuffer;
     const int room = TxRxCapacity - 1;
-    const int32_t start = MillisecondClock();
+    const int64_t deadline = MicrosecondClock() + int64_t{deadlineMs} * 1000;
+    int64_t lastByteAt = 0;
     int total = 0;
     for (;;) {
-        AlertableSleep(PollSleepMs);
         const int n = m_context.serial.Read(buffer + total, ReadChunk, room - total);
         if (n < 0)
             return -1;
-        if (n == 0) {
-            // A quiet line ends a reply, unless it is a frame whose end hasn't come: a pause
-            // inside a frame (a USB adapter's latency) waits for the rest until the deadline.
-            const bool late = MillisecondClock() - start >= deadlineMs;
-            if (total > 0 && (late || !FrameUnfinished(buffer, total)))
+        const int64_t now = MicrosecondClock();
+        if (n > 0) {
+            total += n;
+            lastByteAt = now;
+            if (FrameComplete(buffer, total) || total >= room)
                 return total;
-            if (late)
-                return 0;
-            continue;
         }
-        total += n;
-        if (FrameComplete(buffer, total) || total >= room)
-            return total;
+        // A quiet line ends a reply, unless it is a frame whose end hasn't come: a pause
+        // inside a frame (a USB adapter's latency) waits for the rest until the deadline.
+        int64_t until = deadline;
+        if (total > 0 && !FrameUnfinished(buffer, total))
+            until = std::min(deadline, lastByteAt + int64_t{SilenceMs} * 1000);
+        if (now >= until)
+            return total;  // 0: nothing came in time
+        const int waitMs = static_cast<int>((until - now + 999) / 1000);
+        if (m_context.serial.WaitInput(waitMs) == PortWait::Gone)
+            return -1;
     }
 }
 
@@ -163,9 +167,11 @@ int ReaderChannel::Exchange(uint8_t operation, const uint8_t* payload, int lengt
         const char* device = m_device.c_str();
         if (!m_failing && raw > 0)
             ReportLine(LogError, Format("unreadable answer to 38:%02X from %s", operation, device));
-        else if (!m_failing)
+        else if (!m_failing && raw == 0)
             ReportLine(LogError, Format("no answer to 38:%02X from %s within %d ms", operation,
                                         device, deadlineMs));
+        else if (!m_failing)
+            ReportLine(LogError, Format("%s is gone", device));
         // Reopened by the next call: the device may have gone and come back meanwhile.
         m_failing = true;
         Close();

@@ -4,6 +4,16 @@
  * will not open, 1538 when the terminal does not answer the probe. Functions that fill a text
  * return its length instead. Output buffers belong to the caller and carry no size: size them
  * for the whole reply. One call at a time; PosCancel (or its aliases) may come in during a wait.
+ *
+ * A wait for the terminal has no time limit. PosCancel, PinCancel and MsreCancel, and only
+ * these, may be called from another thread, from a window message that the waiting call
+ * dispatches, from an APC, or from a POSIX signal handler: they take no lock and allocate
+ * nothing. The waiting call then puts one CAN on the line and returns with the terminal's
+ * answer. Their "Pos Cancel " log line is written by the next call that logs (the waiting
+ * one, at once), in its place before the CAN. No other export is async-signal-safe.
+ *
+ * A port that the system reports gone (an unplugged adapter) ends a wait as silence would,
+ * with nothing read; the port is closed and the next call opens it again.
  */
 #ifndef VARNIK_H
 #define VARNIK_H

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/PortTypes.h"
+
 // --- waiting -----------------------------------------------------------------------------
 
 // Sleeps for about `ms` milliseconds in a way that lets a cancel request in: an alertable
@@ -19,6 +21,21 @@ void PumpOneMessage();
 
 // Monotonic wall-clock milliseconds, as a signed 32-bit count.
 int32_t MillisecondClock();
+
+// Monotonic microseconds, fine enough to time the 5 ms of silence that ends a reply.
+int64_t MicrosecondClock();
+
+// --- the cancel wake-up ------------------------------------------------------------------
+
+// PosCancel raises it; a port wait watches it beside the port, so that a cancel is served at
+// once and a wait needs no periodic look. Raising is async-signal-safe on POSIX (one write to
+// an eventfd) and a SetEvent on Windows. Created when the library loads.
+void RaiseCancelWake();
+// Takes a raised wake-up back, so that the next wait sleeps again.
+void ClearCancelWake();
+// What a wait watches: an eventfd, or an auto-reset event. NullPortHandle if it could not be
+// created; waits then look at the cancel flag every few milliseconds instead.
+PortHandle CancelWakeHandle();
 
 // --- where we are ------------------------------------------------------------------------
 

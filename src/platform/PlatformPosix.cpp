@@ -1,11 +1,12 @@
 // POSIX side of the platform layer. No window messages here: a cancel comes in from another
-// thread or from a signal handler, and the 5 ms sleep lets a signal cut it short.
+// thread or from a signal handler, and wakes the waiting call through an eventfd.
 #include "platform/Platform.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,6 +31,47 @@ int32_t MillisecondClock()
     clock_gettime(CLOCK_MONOTONIC, &now);
     int64_t ms = static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
     return static_cast<int32_t>(static_cast<uint32_t>(ms));
+}
+
+int64_t MicrosecondClock()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+// Made while the library loads, so that the first PosCancel, even one from a signal handler,
+// finds it ready; closed when it unloads.
+static const struct CancelWake {
+    int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    ~CancelWake()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+} g_cancelWake;
+
+void RaiseCancelWake()
+{
+    uint64_t one = 1;
+    if (g_cancelWake.fd >= 0) {
+        ssize_t ignored = write(g_cancelWake.fd, &one, sizeof one);  // async-signal-safe
+        (void)ignored;
+    }
+}
+
+void ClearCancelWake()
+{
+    uint64_t count = 0;
+    if (g_cancelWake.fd >= 0) {
+        ssize_t ignored = read(g_cancelWake.fd, &count, sizeof count);  // non-blocking
+        (void)ignored;
+    }
+}
+
+PortHandle CancelWakeHandle()
+{
+    return g_cancelWake.fd;
 }
 
 std::string ModuleFilePath()

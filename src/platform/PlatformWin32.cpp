@@ -27,6 +27,50 @@ int32_t MillisecondClock()
     return static_cast<int32_t>(static_cast<uint32_t>(GetTickCount64()));
 }
 
+int64_t MicrosecondClock()
+{
+    static const int64_t frequency = [] {
+        LARGE_INTEGER value;
+        QueryPerformanceFrequency(&value);
+        return static_cast<int64_t>(value.QuadPart);
+    }();
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    int64_t ticks = static_cast<int64_t>(now.QuadPart);
+    return ticks / frequency * 1000000 + ticks % frequency * 1000000 / frequency;
+}
+
+// Auto-reset: the wait that it ends takes it back by ending. Creating an event is allowed
+// while the library loads; it is closed when the library unloads.
+static const struct CancelWake {
+    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    ~CancelWake()
+    {
+        if (event != nullptr) {
+            CloseHandle(event);
+        }
+    }
+} g_cancelWake;
+
+void RaiseCancelWake()
+{
+    if (g_cancelWake.event != nullptr) {
+        SetEvent(g_cancelWake.event);
+    }
+}
+
+void ClearCancelWake()
+{
+    if (g_cancelWake.event != nullptr) {
+        ResetEvent(g_cancelWake.event);
+    }
+}
+
+PortHandle CancelWakeHandle()
+{
+    return g_cancelWake.event;
+}
+
 // --- where we are ------------------------------------------------------------------------
 
 std::string ModuleFilePath()

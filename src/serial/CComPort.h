@@ -1,12 +1,20 @@
-// The serial port of the terminal: 921600 baud, 8N1, no flow control. A thin, polled wrapper
-// used as if it were synchronous: Read never waits, Write always reports the bytes as sent.
-// Every byte that moves is logged.
+// The serial port of the terminal: 921600 baud, 8N1, no flow control. A thin wrapper used as
+// if it were synchronous: Read never waits, Write always reports the bytes as sent, and
+// WaitInput sleeps until there is something to read or to do. Every byte that moves is logged.
 #pragma once
 
 #include <climits>
 #include <cstdint>
 
 #include "platform/PortTypes.h"
+
+// Why WaitInput came back.
+enum class PortWait {
+    Input,    // bytes are queued (or may be: a read tells)
+    Wake,     // the cancel wake-up was raised, or (Windows) a message or an APC is due
+    Timeout,  // the time given passed first
+    Gone,     // the port is not open, or the system reports the device gone
+};
 
 class CComPort {
 public:
@@ -27,6 +35,10 @@ public:
     // it is never written past, whatever is queued.
     int Read(void* buffer, int limit, int room = INT_MAX);
     void Close();
+    // Sleeps until bytes are queued, the cancel wake-up is raised, (Windows) a window message
+    // or an APC is due, or `timeoutMs` passes (below 0: no limit). No periodic wake-ups. A
+    // raised wake-up is taken back before Wake is returned; nothing is read or dispatched.
+    PortWait WaitInput(int timeoutMs);
 
     bool HasHandle() const { return m_bOpen != 0 && m_hPort != NullPortHandle; }
 
@@ -48,3 +60,5 @@ constexpr int PortWriteWaitMs = 1000;
 constexpr int PortWriteTimeoutMs = 5000;
 constexpr int ByteByByteLimit = 100;  // writes up to this many bytes go out one by one
 constexpr int UnlimitedReadFrom = 256;
+// The longest sleep of a wait that has no cancel wake-up to watch.
+constexpr int WakelessWaitMs = 5;

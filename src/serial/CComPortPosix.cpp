@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/Platform.h"
 #include "support/Format.h"
 #include "support/Log.h"
 
@@ -155,6 +156,31 @@ int CComPort::Read(void* buffer, int limit, int room)
     if (count < 0 && errno != EAGAIN)
         WriteLog(std::strerror(errno));
     return 0;
+}
+
+PortWait CComPort::WaitInput(int timeoutMs)
+{
+    if (m_bOpen == 0 || m_hPort == NullPortHandle)
+        return PortWait::Gone;
+    PortHandle wake = CancelWakeHandle();
+    pollfd watched[2] = {{m_hPort, POLLIN, 0}, {wake, POLLIN, 0}};
+    nfds_t count = wake != NullPortHandle ? 2 : 1;
+    if (count == 1 && (timeoutMs < 0 || timeoutMs > WakelessWaitMs))
+        timeoutMs = WakelessWaitMs;  // no wake-up to watch: look at the cancel flag this often
+
+    int ready = poll(watched, count, timeoutMs < 0 ? -1 : timeoutMs);
+    if (ready < 0)
+        return errno == EINTR ? PortWait::Wake : PortWait::Gone;  // a signal is harmless
+    if (ready == 0)
+        return PortWait::Timeout;
+    // A hung-up tty reads as readable for ever and gives nothing: an unplugged adapter, or a
+    // pseudo-terminal whose other side closed. Bytes that came before it were read already.
+    if ((watched[0].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0)
+        return PortWait::Gone;
+    if ((watched[0].revents & POLLIN) != 0)
+        return PortWait::Input;
+    ClearCancelWake();
+    return PortWait::Wake;
 }
 
 void CComPort::Close()

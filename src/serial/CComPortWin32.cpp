@@ -1,10 +1,12 @@
 // The terminal's COM port on Windows: one handle opened for overlapped I/O and used as if it
 // were synchronous. A read takes what is queued and never waits for more; a write waits at
-// most a second for each piece to leave.
+// most a second for each piece to leave; a wait watches EV_RXCHAR, the cancel event and the
+// thread's message queue at once.
 #include "serial/CComPort.h"
 
 #include <cstring>
 
+#include "platform/Platform.h"
 #include "support/Format.h"
 #include "support/Log.h"
 
@@ -18,6 +20,10 @@ constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore 
 constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
 constexpr DWORD UserDefaultLanguage = 0x400;
 constexpr int ReadErrorTextSize = 128;
+// Some drivers end every EV_RXCHAR watch at once without an event (Wine's, on a pseudo-
+// terminal): then the port is looked at this often instead, until the next Open.
+constexpr DWORD WatchlessLookMs = 1;
+bool g_watchUnusable = false;
 // The longest port number whose "\\.\COM%d" name fits the 16-byte name buffer.
 constexpr int LongestNamedPort = 99999999;
 
@@ -163,6 +169,8 @@ int CComPort::OpenPath(const char* device)
         SetCommState(m_hPort, &dcb);  // a refusal leaves the line as it was; we go on
 
         if (SetupComm(m_hPort, PortQueueSize, PortQueueSize)) {
+            SetCommMask(m_hPort, EV_RXCHAR);  // what WaitInput waits for
+            g_watchUnusable = false;
             m_bOpen = 1;
             return 1;
         }
@@ -253,6 +261,151 @@ int CComPort::Read(void* buffer, int limit, int room)
     }
     DWORD waitResult = WaitForSingleObject(m_ovRead.hEvent, PortWriteWaitMs);
     return static_cast<int>(FinishPending(m_hPort, m_ovRead, waitResult));
+}
+
+namespace {
+
+// A wait's time-out runs on the system tick (15.6 ms by default), three times the 5 ms of
+// quiet that end a reply: short ones run on a high-resolution timer where the system has one.
+constexpr DWORD FineTimeoutBelowMs = 50;
+#ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
+#define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
+#endif
+
+// The event of the wait's OVERLAPPED and that timer. One call runs at a time, so one of each
+// serves every wait; made when the library loads, closed when it unloads.
+const struct WaitHandles {
+    HANDLE watch = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE timer = CreateWaitableTimerExW(nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION,
+                                          TIMER_ALL_ACCESS);
+    ~WaitHandles()
+    {
+        if (watch != nullptr) {
+            CloseHandle(watch);
+        }
+        if (timer != nullptr) {
+            CloseHandle(timer);
+        }
+    }
+} g_waitHandles;
+
+bool DeviceRemoved(DWORD code)
+{
+    return code == ERROR_DEVICE_REMOVED || code == ERROR_BAD_COMMAND ||
+           code == ERROR_ACCESS_DENIED || code == ERROR_GEN_FAILURE ||
+           code == ERROR_DEVICE_NOT_CONNECTED || code == ERROR_INVALID_HANDLE;
+}
+
+bool HasQueuedInput(HANDLE port, bool& gone)
+{
+    DWORD errors = 0;
+    COMSTAT status;
+    std::memset(&status, 0, sizeof status);
+    gone = !ClearCommError(port, &errors, &status);
+    return !gone && status.cbInQue > 0;
+}
+
+}  // namespace
+
+PortWait CComPort::WaitInput(int timeoutMs)
+{
+    if (!m_bOpen || m_hPort == NullPortHandle) {
+        return PortWait::Gone;
+    }
+    // The OVERLAPPED and the mask are this frame's: the watch is finished or cancelled below,
+    // on every path, before they go.
+    OVERLAPPED watch;
+    std::memset(&watch, 0, sizeof watch);
+    watch.hEvent = g_waitHandles.watch;
+    DWORD events = 0;
+    bool pending = false;
+    if (watch.hEvent != nullptr && !g_watchUnusable) {
+        ResetEvent(watch.hEvent);
+        if (WaitCommEvent(m_hPort, &events, &watch)) {
+            if ((events & EV_RXCHAR) != 0) {
+                return PortWait::Input;
+            }
+        } else if (GetLastError() == ERROR_IO_PENDING) {
+            pending = true;
+        } else if (DeviceRemoved(GetLastError())) {
+            return PortWait::Gone;
+        } else {
+            g_watchUnusable = true;
+        }
+    }
+
+    // Started first and looked at the queue second, so that no byte slips between the two.
+    PortWait result = PortWait::Timeout;
+    bool gone = false;
+    if (HasQueuedInput(m_hPort, gone)) {
+        result = PortWait::Input;
+    } else if (gone) {
+        result = PortWait::Gone;
+    } else {
+        HANDLE watched[3];
+        DWORD count = 0;
+        if (pending) {
+            watched[count++] = watch.hEvent;
+        }
+        HANDLE wake = CancelWakeHandle();
+        if (wake != nullptr) {
+            watched[count++] = wake;
+        }
+        DWORD waitMs = timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs);
+        if (!pending && waitMs > WatchlessLookMs) {
+            waitMs = WatchlessLookMs;
+        } else if (wake == nullptr && waitMs > WakelessWaitMs) {
+            waitMs = WakelessWaitMs;  // a cancel cannot wake us: look at the flag this often
+        }
+        HANDLE timer = g_waitHandles.timer;
+        DWORD timerIndex = MAXDWORD;
+        if (pending && timer != nullptr && waitMs > 0 && waitMs < FineTimeoutBelowMs) {
+            LARGE_INTEGER due;
+            due.QuadPart = -static_cast<LONGLONG>(waitMs) * 10000;  // relative, in 100 ns
+            if (SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE)) {
+                timerIndex = count;
+                watched[count++] = timer;
+                waitMs += FineTimeoutBelowMs;  // the tick is only a fall-back now
+            }
+        }
+        // Alertable, and awake for any message in the queue, old or new: the caller
+        // dispatches one of them per wake.
+        DWORD woke = MsgWaitForMultipleObjectsEx(count, watched, waitMs, QS_ALLINPUT,
+                                                 MWMO_ALERTABLE | MWMO_INPUTAVAILABLE);
+        if (timerIndex != MAXDWORD) {
+            CancelWaitableTimer(timer);
+        }
+        if (pending && woke == WAIT_OBJECT_0) {
+            DWORD ignored = 0;
+            pending = false;
+            if (GetOverlappedResult(m_hPort, &watch, &ignored, FALSE) && (events & EV_RXCHAR) != 0) {
+                result = PortWait::Input;
+            } else if (DeviceRemoved(GetLastError())) {
+                result = PortWait::Gone;
+            } else if (HasQueuedInput(m_hPort, gone)) {
+                result = PortWait::Input;
+            } else {
+                // Ended with no byte and no reason: this driver's watch is of no use.
+                g_watchUnusable = true;
+                result = gone ? PortWait::Gone : PortWait::Wake;
+            }
+        } else if (woke == WAIT_TIMEOUT ||
+                   (timerIndex != MAXDWORD && woke == WAIT_OBJECT_0 + timerIndex)) {
+            result = PortWait::Timeout;
+        } else if (woke == WAIT_FAILED) {
+            result = PortWait::Gone;
+        } else {
+            result = PortWait::Wake;  // the cancel event (taken back by the wait), a message, an APC
+        }
+    }
+    if (pending) {
+        // A new mask ends a pending watch; CancelIoEx too, where the driver honours it.
+        SetCommMask(m_hPort, EV_RXCHAR);
+        CancelIoEx(m_hPort, &watch);
+        DWORD ignored = 0;
+        GetOverlappedResult(m_hPort, &watch, &ignored, TRUE);
+    }
+    return result;
 }
 
 void CComPort::Close()

@@ -8,6 +8,8 @@
 #include "support/Format.h"
 #include "support/Log.h"
 
+static_assert(std::atomic<uint32_t>::is_always_lock_free, "PosCancel runs in signal handlers");
+
 DeviceContext g_context;
 
 DeviceContext::DeviceContext()
@@ -79,6 +81,14 @@ int OpenDevice(DeviceContext& context)
     return 0;
 }
 
+void DropVanishedPort(DeviceContext& context)
+{
+    if (context.serial.m_bOpen == 0)
+        return;
+    WriteLog("Com port lost");
+    context.serial.Close();
+}
+
 void CloseDevice(DeviceContext& context)
 {
     context.cancelRequested = 0;
@@ -131,7 +141,15 @@ extern "C" int VARNIK_CALL PosSelect(void)
                     result = 0;
                     break;
                 }
-                AlertableSleep(PollSleepMs);
+                // Asleep until a byte, a wake or the window's end. A cancel does not end the
+                // probe: the flag stays for CloseDevice to wipe.
+                PortWait woke = context.serial.WaitInput(late >= 0 ? WakelessWaitMs : -late);
+                if (woke == PortWait::Gone) {
+                    DropVanishedPort(context);
+                    break;  // a second try finds the port closed and ends at once
+                }
+                if (woke == PortWait::Wake)
+                    FlushDeferredLog();
             }
         }
     }
@@ -150,11 +168,14 @@ extern "C" int VARNIK_CALL PosCheckPort(int port)
     return result;
 }
 
+// Safe in a POSIX signal handler: lock-free stores and one write to the wake-up, nothing
+// else. Its line goes to the log through the next thread that logs, which is the waiting call
+// itself when one waits, so that the line still stands before the CAN it causes.
 extern "C" int VARNIK_CALL PosCancel(void)
 {
-    EnterLibrary();
-    WriteLog("Pos Cancel ");
+    DeferLog("Pos Cancel ");
     g_context.cancelRequested = 1;
+    RaiseCancelWake();
     return 0;
 }
 VARNIK_ALIAS(int, PinCancel, (void), PosCancel)

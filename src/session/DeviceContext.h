@@ -12,7 +12,7 @@
 constexpr int TxRxCapacity = 204800;
 constexpr int ProbeTries = 2;
 constexpr int ProbeWindowMs = 2000;
-constexpr int PollSleepMs = 5;
+constexpr int SilenceMs = 5;  // a reply that is no complete frame ends after this much quiet
 constexpr int DrainChunk = 100;
 constexpr int ErrPortUnavailable = 110;
 constexpr int ErrNoTerminal = 1538;
@@ -31,7 +31,8 @@ struct DeviceContext {
     DeviceContext(const DeviceContext&) = delete;
     DeviceContext& operator=(const DeviceContext&) = delete;
 
-    // 1 while a cancel waits to be served. Stored by PosCancel from any thread.
+    // 1 while a cancel waits to be served. Stored by PosCancel from any thread or a signal
+    // handler, so it must stay lock-free.
     std::atomic<uint32_t> cancelRequested;
     int32_t timeoutSeconds;  // "timeout" of varnik.json; no wait depends on it
     int32_t port;            // COM number; 0: none known
@@ -61,6 +62,9 @@ void TeardownDeviceContext();
 // 0 if the port is usable, ErrPortUnavailable otherwise; a fresh open drains stale input.
 int OpenDevice(DeviceContext& context);
 void CloseDevice(DeviceContext& context);
+// A wait found the device gone (an unplugged adapter): close the port, so that the call ends
+// instead of spinning and the next call opens the port again.
+void DropVanishedPort(DeviceContext& context);
 
 // The frame of every export that talks to the terminal. BeginOperation clears operationFlag
 // and opens the port; a non-zero result is the export's, returned at once without

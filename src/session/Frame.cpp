@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/Platform.h"
+#include "support/Log.h"
 
 // --- building ------------------------------------------------------------------------------
 
@@ -54,16 +55,15 @@ int WaitReply(DeviceContext& context)
     // One byte stays free for the NUL that ReadReply puts behind a payload.
     const int room = TxRxCapacity - 1;
     int total = 0;
+    int64_t lastByteAt = 0;
     for (;;) {
-        AlertableSleep(PollSleepMs);
+        // Every round follows one wake, and dispatches one message at most.
         PumpOneMessage();
         int n = context.serial.Read(buffer + total, ReadChunk, room - total);
-        if (n <= 0) {
-            if (total > 0)
-                return total;  // silence after something arrived ends the reply
-            n = 0;
+        if (n > 0) {
+            total += n;
+            lastByteAt = MicrosecondClock();
         }
-        total += n;
 
         // One CAN per request: taking the flag and clearing it is one step.
         uint32_t requested = 1;
@@ -78,6 +78,23 @@ int WaitReply(DeviceContext& context)
         }
         if (total >= room)
             return total;  // a reply larger than the buffer ends where the buffer does
+
+        // Nothing yet: sleep until something happens. Something: sleep until the line has
+        // been silent for the silence time, counted from the last byte.
+        int waitMs = -1;
+        if (total > 0) {
+            int64_t left = lastByteAt + int64_t{SilenceMs} * 1000 - MicrosecondClock();
+            if (left <= 0)
+                return total;  // silence after something arrived ends the reply
+            waitMs = static_cast<int>((left + 999) / 1000);
+        }
+        PortWait woke = context.serial.WaitInput(waitMs);
+        if (woke == PortWait::Gone) {
+            DropVanishedPort(context);
+            return total;  // as after silence; with nothing read, ReadReply takes nothing
+        }
+        if (woke == PortWait::Wake)
+            FlushDeferredLog();
     }
 }
 

@@ -1,5 +1,7 @@
 #include "support/Log.h"
 
+#include <atomic>
+
 #include "support/Config.h"
 #include "support/Format.h"
 
@@ -70,7 +72,15 @@ std::string LogFileName(const std::string& logFolder, const LocalTime& time)
     return Format("%s/%04i%02i%02i.log", logFolder.c_str(), time.year, time.month, time.day);
 }
 
-void WriteLog(const char* text)
+namespace {
+
+// A signal handler may run DeferLog: nothing here may hide a lock.
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<const char*>::is_always_lock_free,
+              "deferred log lines need lock-free atomics");
+std::atomic<const char*> g_deferredText{nullptr};
+std::atomic<int> g_deferredCount{0};
+
+void WriteLogNow(const char* text)
 {
     LocalTime now = CurrentLocalTime();  // one reading: stamp and file name share the date
     LogInit();
@@ -78,6 +88,28 @@ void WriteLog(const char* text)
         return;
     std::string line = FormatLogLine(now, text);
     AppendToFile(LogFileName(g_strLogFolder, now), line.data(), line.size());
+}
+
+}  // namespace
+
+void DeferLog(const char* text)
+{
+    g_deferredText.store(text);
+    g_deferredCount.fetch_add(1);
+}
+
+void FlushDeferredLog()
+{
+    if (g_deferredCount.load() == 0)
+        return;
+    for (int count = g_deferredCount.exchange(0); count > 0; --count)
+        WriteLogNow(g_deferredText.load());
+}
+
+void WriteLog(const char* text)
+{
+    FlushDeferredLog();
+    WriteLogNow(text);
 }
 
 std::string BytesToHex(const void* bytes, int count)

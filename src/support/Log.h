@@ -17,8 +17,16 @@ extern int g_nLogMode;                 // 0: off, anything else: on
 void LogInit();
 std::string GetModuleFolder(std::string& stem);
 
+// Writes any deferred lines first, so that each stands where it was asked for.
 void WriteLog(const char* text);
 inline void WriteLog(const std::string& text) { WriteLog(text.c_str()); }
+
+// For a caller that must not take locks (a signal handler): asks for `text`, a string with
+// static storage, to be logged by the next thread that logs or flushes. Lock-free and
+// async-signal-safe. One such text in the library: the cancel's line.
+void DeferLog(const char* text);
+// Writes the lines that DeferLog asked for; a waiting call runs it when a cancel wakes it.
+void FlushDeferredLog();
 
 // "02:34:03" for the bytes 02 34 03. A count below 1 goes up to the first zero byte.
 std::string BytesToHex(const void* bytes, int count);

@@ -96,6 +96,27 @@ void RunSwipeCancel(Host& host)
           "the terminal's CAN did not come back as a one-byte text");
 }
 
+// A window message that keeps the thread busy while the terminal answers: the reply that
+// arrives during the dispatch is read whole as soon as the handler returns.
+int VARNIK_CALL BusyHandler()
+{
+    Sleep(200);
+    return 0;
+}
+
+void RunBusyMessage(Host& host)
+{
+    CancelWindow window(BusyHandler);
+    host.CheckPort();
+    window.Post();
+    std::memset(g_out, 0, sizeof g_out);
+    const int result = host.Get<ReadFn>("getVersion")(g_out);
+    Say("getVersion() = %d, out \"%s\"; the message ran %d time(s)", result, g_out,
+        CancelWindow::calls);
+    window.CheckCalledOnce();
+    Check(host.Setting("version") == g_out, "the reply that came during the dispatch was not read whole");
+}
+
 // --- the card slot as the PC/SC reader --------------------------------------------------
 
 // One APDU through `transmit`; a T=0 "61 xx" is followed by GET RESPONSE through the import.
@@ -294,5 +315,5 @@ int main(int argc, char** argv)
     return HostMain(argc, argv, "wine_host.exe",
                     {{"version", RunVersion}, {"cancel", RunCancel}, {"pcsc", RunPcsc},
                      {"swipe", RunSwipe}, {"swipecancel", RunSwipeCancel}, {"thaiid", RunThaiId},
-                     {"upload", RunUpload}});
+                     {"busymessage", RunBusyMessage}, {"upload", RunUpload}});
 }

@@ -32,7 +32,7 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ ${#scenarios[@]} -gt 0 ] ||
-  scenarios=(win32 version cancel pcsc notransmit swipe swipecancel thaiid upload)
+  scenarios=(win32 version cancel busymessage pcsc notransmit swipe swipecancel thaiid upload)
 [ -n "$win32_test" ] || win32_test="$(dirname "$host")/wine_win32_test.exe"
 [ -n "$notransmit_host" ] || notransmit_host="$(dirname "$host")/wine_notransmit_host.exe"
 [ -n "$fake_winscard" ] || fake_winscard="$(dirname "$host")/fake-winscard/winscard.dll"
@@ -258,6 +258,13 @@ scenario_cancel() {
   with_simulator --hold 3B -- run_host
   expect_bytes "02 3B 03 3B" 1
   expect_cancelled
+}
+
+# A message dispatched by the wait keeps the host busy while the version reply arrives: the
+# reply is read whole afterwards, and no CAN goes out.
+scenario_busymessage() {
+  with_simulator -- run_host "version=NEW6210 SIM 1.0"
+  expect_bytes "02 3B 03 3B" 1 "18" 0
 }
 
 # The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai

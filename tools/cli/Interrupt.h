@@ -2,8 +2,9 @@
 // PosCancel, which only raises the library's cancel flag; the wait then sends CAN to the
 // terminal and ends when the terminal answers. A second Ctrl-C in the same wait ends the
 // program, for a terminal that never answers. Outside a wait Ctrl-C keeps its usual effect.
-// One implementation per platform: InterruptPosix.cpp (SIGINT), InterruptWin32.cpp (console
-// control handler).
+// One implementation per platform: InterruptPosix.cpp (SIGINT, whose handler only wakes a
+// watcher thread that calls PosCancel), InterruptWin32.cpp (console control handler, which
+// the system runs on a thread of its own).
 #pragma once
 
 #include "VarnikApi.h"

@@ -1,12 +1,20 @@
 #include "Interrupt.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <mutex>
+#include <thread>
 
 namespace {
 
-// Written by the main flow before the handler is installed, read by the handler.
+// The handler only writes a byte into this pipe; a watcher thread of our own reads it and
+// calls PosCancel there, where printing and the library's log may take their locks.
+int g_pipe[2] = {-1, -1};
+std::mutex g_lock;  // guards g_cancel and g_armed against the watcher
 PosCancelFn g_cancel = nullptr;
 volatile sig_atomic_t g_interrupts = 0;
 bool g_armed = false;
@@ -18,19 +26,32 @@ void Say(const char* text)
     (void)ignored;
 }
 
-// Calling into the library from a signal handler is tolerable here, though PosCancel is not
-// async-signal-safe on paper: all it does is store 1 in the library's cancel flag and hand a
-// line to the log, which writes only when logging is switched on. The handler is installed
-// only while the main thread sits in a library call that waits for the terminal, and that
-// wait spends its time in a 5 ms sleep and a non-blocking read, not in the allocator or the
-// log writer. What remains is a chance of a mixed-up log line with debug logging on, which
-// is not worth a watcher thread.
+void Watch()
+{
+    char byte;
+    for (;;) {
+        ssize_t count = read(g_pipe[0], &byte, 1);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return;
+        std::lock_guard<std::mutex> hold(g_lock);
+        if (g_armed && g_cancel) {
+            Say("\nCancelling: waiting for the terminal to answer (Ctrl-C again to quit).\n");
+            g_cancel();
+        }
+    }
+}
+
+// Only async-signal-safe steps here.
 void OnInterrupt(int)
 {
-    if (g_interrupts == 0 && g_cancel) {
+    if (g_interrupts == 0) {
         g_interrupts = 1;
-        Say("\nCancelling: waiting for the terminal to answer (Ctrl-C again to quit).\n");
-        g_cancel();
+        int saved = errno;
+        ssize_t ignored = write(g_pipe[1], "i", 1);
+        (void)ignored;
+        errno = saved;
         return;
     }
     // Second Ctrl-C: die of SIGINT as an unhandled one would, so a calling shell sees it. The
@@ -39,26 +60,43 @@ void OnInterrupt(int)
     raise(SIGINT);
 }
 
+// The pipe and the watcher live as long as the program; made on the first wait.
+bool StartWatcher()
+{
+    static const bool started = [] {
+        if (pipe(g_pipe) != 0)
+            return false;
+        fcntl(g_pipe[0], F_SETFD, FD_CLOEXEC);
+        fcntl(g_pipe[1], F_SETFD, FD_CLOEXEC);
+        std::thread(Watch).detach();
+        return true;
+    }();
+    return started;
+}
+
 } // namespace
 
 void BeginCancellableWait(PosCancelFn cancel)
 {
-    if (g_armed || !cancel)
+    if (g_armed || !cancel || !StartWatcher())
         return;
-    g_cancel = cancel;
-    g_interrupts = 0;
+    {
+        std::lock_guard<std::mutex> hold(g_lock);
+        g_cancel = cancel;
+        g_interrupts = 0;
+    }
     struct sigaction action;
     memset(&action, 0, sizeof action);
     action.sa_handler = OnInterrupt;
     sigemptyset(&action.sa_mask);
-    // No SA_RESTART: a sleep or read that the library is in returns early with EINTR, so its
-    // polling loop sees the flag on the next round without finishing the interrupted call.
-    action.sa_flags = 0;
+    action.sa_flags = SA_RESTART;  // the library's wait wakes through PosCancel, not EINTR
+    std::lock_guard<std::mutex> hold(g_lock);
     g_armed = sigaction(SIGINT, &action, &g_previous) == 0;
 }
 
 bool EndCancellableWait()
 {
+    std::lock_guard<std::mutex> hold(g_lock);
     if (!g_armed)
         return false;
     sigaction(SIGINT, &g_previous, nullptr);

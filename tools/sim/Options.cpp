@@ -223,6 +223,7 @@ const std::vector<OptionInfo>& AllOptions() {
     static const std::vector<OptionInfo> all = {
         {"link", A::Required, Text([](SimOptions& o) -> std::string& { return o.linkPath; })},
         {"record", A::Required, Text([](SimOptions& o) -> std::string& { return o.recordPath; })},
+        {"record-sent", A::Required, Text([](SimOptions& o) -> std::string& { return o.sentPath; })},
         {"quiet", A::None, Flag([](SimOptions& o) { o.quiet = true; })},
         {"help", A::None, Flag([](SimOptions& o) { o.help = true; })},
         // the terminal's answers
@@ -332,6 +333,7 @@ Port and logging:
                        8 hex digits; "-" for what never arrived). OUTCOME is stored,
                        declined, mismatch (CRC differs), short (the host fell silent
                        before SIZE bytes) or failed (--fail-upload)
+  --record-sent FILE   write every byte sent to the host to FILE, raw (for wire-time figures)
   --quiet              no traffic log (warnings still show)
 
 The terminal's answers:

@@ -12,6 +12,7 @@
 struct SimOptions {
     std::string linkPath;    // --link
     std::string recordPath;  // --record
+    std::string sentPath;    // --record-sent
     bool quiet = false;
     bool help = false;
     TerminalConfig terminal;

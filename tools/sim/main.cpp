@@ -72,6 +72,10 @@ int main(int argc, char** argv) {
             return Fail("cannot write the record file " + files);
         }
     }
+    std::FILE* sent = nullptr;
+    if (!options.sentPath.empty() && (sent = std::fopen(options.sentPath.c_str(), "wb")) == nullptr) {
+        return Fail("cannot write the record file " + options.sentPath);
+    }
     Pty pty;
     if (!pty.Open(error)) {
         return Fail(error);
@@ -87,8 +91,12 @@ int main(int argc, char** argv) {
     TrafficLog log(options.quiet);
     log.Note("terminal ready on " + slave +
              (options.linkPath.empty() ? "" : " (linked as " + options.linkPath + ")"));
-    auto writeToHost = [&pty, &log, &options](const uint8_t* data, size_t length) {
+    auto writeToHost = [&pty, &log, &options, sent](const uint8_t* data, size_t length) {
         Pty::WriteResult result = pty.Write(data, length, options.session.overrunMs);
+        if (sent != nullptr) {
+            std::fwrite(data, 1, length, sent);
+            std::fflush(sent);
+        }
         if (result == Pty::WriteResult::Overrun) {
             log.Warn("the host took nothing for " + std::to_string(options.session.overrunMs) +
                      " ms: the rest of the reply and the unread bytes are lost");
