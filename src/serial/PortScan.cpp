@@ -57,3 +57,12 @@ void MarkPort(CPortInfo& info, const char* name, unsigned char* table)
             entry |= PortMarkNameMatch;
     }
 }
+
+int LowestMatchingPort(const unsigned char* table)
+{
+    for (int index = 0; index < 256; ++index) {
+        if (table[index] & PortMarkNameMatch)
+            return index;
+    }
+    return -1;
+}

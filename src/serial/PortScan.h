@@ -9,6 +9,9 @@
 // whole device list was walked, 0 when it could not be had, broke off or memory ran out.
 int ScanPorts(const char* name, unsigned char* table);
 
+// The port a scan settles on: the lowest entry of `table` whose name matched, or -1 if none.
+int LowestMatchingPort(const unsigned char* table);
+
 // Bits of CPortInfo::nFlags: one for each property the device walk could read.
 constexpr int32_t PortInfoPortName = 0x01;
 constexpr int32_t PortInfoFriendlyName = 0x02;

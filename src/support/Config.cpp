@@ -70,12 +70,10 @@ void LoadConfiguration()
             unsigned char table[256];
             std::memset(table, 0, sizeof table);
             ScanPorts(name.c_str(), table);
-            for (int index = 0; index < 256; ++index) {
-                if (table[index] & 0x01) {
-                    context.port = index;
-                    WriteLog(Format("Scan Port [%s]: %d", name.c_str(), index));
-                    break;
-                }
+            const int found = LowestMatchingPort(table);
+            if (found >= 0) {
+                context.port = found;
+                WriteLog(Format("Scan Port [%s]: %d", name.c_str(), found));
             }
         }
     }

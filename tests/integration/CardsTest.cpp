@@ -1,379 +1,191 @@
-// The card and PIN exports against the simulated terminal: the frames on the wire, the
-// results, and the caller's buffer byte for byte, cancels during a wait included. How replies
-// decode is proven by the unit tests; here each path through an export is taken once.
+// The exports that talk to the terminal, against the simulator, and ThaiLen, which needs none.
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <algorithm>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "Harness.h"
 
 namespace {
 
-using VoidCall = int();
-using BytesCall = int(unsigned char*);
-using TextCall = int(char*);
-using ThaiIdCall = int(char*, int);
 using LenCall = int(const char*);
-using Options = std::vector<std::string>;
 
-constexpr int Port = 7;
-constexpr uint8_t Can = 0x18;
-constexpr uint8_t Unwritten = 0x55;
+const Bytes PinPad = Frame("02 30 30", "pinpad.json", "03 34");
+const Bytes Amount = Frame("02 30 30", "pinclear.json|Amount", "03 68");
+const Bytes Swipe = Frame("02 33 52", "Swipe Card :", "03 37");
+const Bytes Version = HexBytes("02 3B 03 3B");
+const Bytes Key = HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");
+const Bytes Emv = Frame("02 31", "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"type\":\"A\"}]}", "03 10");
+const std::string EmvAnswer = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"value\":\"DOE/JOHN\"}]}";
+const std::string Sim = "NEW6210 SIM 1.0";
+const std::string Thai = "3200=02:7F:80:A0:A1:DA:DB:DE:DF:E0:FB:FC:FF:03:00";
+const Bytes ThaiUtf8 = HexBytes("7F E0B881 E0B8BA E0B8BF E0B980 E0B99B 00");
 
-// A command frame built here, independently of the library's builder.
-Bytes Frame(const Bytes& operation, const Bytes& payload)
+Bytes ThaiId(uint8_t mode, const std::string& check)
 {
-    Bytes frame = {0x02};
-    uint8_t check = 0;
-    for (const Bytes* part : {&operation, &payload}) {
-        for (uint8_t b : *part) {
-            frame.push_back(b);
-            check ^= b;
-        }
-    }
-    frame.push_back(0x03);
-    frame.push_back(check);
-    return frame;
+    return HexBytes("02 32 00") + Bytes{mode} + Frame("", "Insert Card :", "03 " + check);
 }
 
-Bytes TextBytes(const std::string& text)  // with its NUL
+// PinReadKey's 17 bytes: the decoded head, and out[16] always cleared.
+Bytes PinOut(const Bytes& head)
 {
-    return Bytes(text.c_str(), text.c_str() + text.size() + 1);
+    Bytes out = Filled(17, head);
+    out[16] = 0;
+    return out;
 }
 
-Bytes operator+(Bytes left, const Bytes& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-const Bytes PinPadFrame = Frame({'0', '0'}, TextBytes("pinpad.json"));
-const Bytes SwipeFrame = HexBytes("02 33 52 53 77 69 70 65 20 43 61 72 64 20 3A 00 03 37");
-
-Bytes ThaiIdFrame(uint8_t mode)
-{
-    return Frame({0x32, 0x00}, Bytes{mode} + TextBytes("Insert Card :"));
-}
-
-Bytes BufferBytes(const void* buffer, size_t count)
-{
-    const uint8_t* bytes = static_cast<const uint8_t*>(buffer);
-    return Bytes(bytes, bytes + count);
-}
-
-// `head`, then unwritten bytes up to `size`.
-Bytes Filled(size_t size, const Bytes& head)
-{
-    Bytes bytes(size, Unwritten);
-    std::copy(head.begin(), head.end(), bytes.begin());
-    return bytes;
-}
-
-size_t CloseLines(const std::string& log)
-{
-    const std::string line = "Close Device was ";
-    return CountOf(Bytes(log.begin(), log.end()), Bytes(line.begin(), line.end()));
-}
-
-const Workspace& Configured(const Workspace& folder)
-{
-    folder.EnableLog();
-    folder.UsePort(Port);
-    return folder;
-}
-
-// A fresh folder with the log on and port 7, the simulator there, and the library loaded.
-struct Session {
-    Workspace folder;
-    Simulator terminal;
-    Library library;
-    explicit Session(Options options = {})
-        : terminal(Configured(folder).PortLink(Port), std::move(options)),
-          library(folder.LibraryPath())
-    {
-    }
-    template <typename Call>
-    Call* Get(const char* name) const { return library.Get<Call>(name); }
-};
-
-// Runs `call` on this thread and PosCancel on another once `frame` has reached the terminal;
-// the terminal must then have received the frame and one CAN.
-void CancelDuring(Session& s, const Bytes& frame, const std::function<void()>& call)
-{
-    std::thread canceller([&] {
-        s.terminal.WaitReceived(frame.size());
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        s.Get<VoidCall>("PosCancel")();
-    });
-    call();
-    canceller.join();
-    EXPECT_EQ(Hex(s.terminal.Received()), Hex(frame + Bytes{Can}));
-    EXPECT_EQ(CloseLines(s.folder.LogText()), 1u);
-}
-
-TEST(Cards, PinReadKeyDecodesTheReplyIntoTheCallersBuffer)
+// Every export that talks to the terminal, with the terminal's answers as rows: the frame on
+// the wire, the result, the caller's buffer byte for byte, the log, and a line left clean.
+// Keypad digits decode in pairs, either case, other characters as 0. Tracks become "B", the
+// field with :;<=>? as A-F, "F" and the XOR of its hex digits; a third field stands for the
+// second as it is. Thai text turns TIS-620 (A1-DA, DF-FB) into UTF-8 and drops other high
+// bytes; the binary form is a little-endian length and what arrived of it.
+TEST(Cards, EveryTerminalCallAgainstTheTerminalsAnswers)
 {
     const struct {
+        const char* call;
         Options options;
-        Bytes head;  // out up to its NUL; out[16] is always 0
-    } cases[] = {
-        {{"--pin", "ABC"}, HexBytes("AB C0 00")},
-        // 200 digits: the work buffer keeps 127 of them, which decode to 64 bytes and a NUL.
-        {{"--pin", std::string(200, 'F')}, Bytes(63, 0xFF) + HexBytes("F0 00")},
-        // A refused reply leaves the cleared work buffer: the NUL alone.
-        {{"--reply", "3030=41:42:43"}, HexBytes("00")},
-    };
-    for (const auto& c : cases) {
-        Session s(c.options);
-        uint8_t out[100];
-        std::memset(out, Unwritten, sizeof out);
-
-        EXPECT_EQ(s.Get<BytesCall>("PinReadKey")(out), 0) << c.options[1];
-
-        Bytes expected = Filled(sizeof out, c.head);
-        expected[16] = 0;
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(expected)) << c.options[1];
-        EXPECT_EQ(s.terminal.Received(), PinPadFrame) << c.options[1];
-    }
-}
-
-TEST(Cards, ACancelDuringPinEntrySendsOneCan)
-{
-    Session s({"--pin-wait"});
-    uint8_t out[20];
-    std::memset(out, Unwritten, sizeof out);
-    int result = -99;
-
-    CancelDuring(s, PinPadFrame, [&] { result = s.Get<BytesCall>("PinReadKey")(out); });
-
-    EXPECT_EQ(result, 0);
-    // The terminal's CAN comes back as one non-digit: a zero byte and the NUL.
-    Bytes expected = Filled(sizeof out, HexBytes("00 00"));
-    expected[16] = 0;
-    EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(expected));
-}
-
-TEST(Cards, PinReadKeyClearSendsThePromptAndReturnsEightBytes)
-{
-    const Bytes key = HexBytes("12 34 56 78 90 AB CD EF 00");
-    const Bytes zeros(9, 0);
-    const struct {
-        std::string prompt;
-        Options options;
-        std::string sent;
-        Bytes head;
-    } cases[] = {
-        {"Amount", {}, "Amount", key},
-        {"", {}, "INPUT", key},
-        {" ", {}, " ", key},
-        {"Amount", {"--pin", std::string(300, '7')}, "Amount", Bytes(8, 0x77) + Bytes{0}},
-        {"Amount", {"--reply", "3030=31:32"}, "Amount", zeros},  // refused
-    };
-    for (const auto& c : cases) {
-        Session s(c.options);
-        char inOut[32];
-        std::memset(inOut, Unwritten, sizeof inOut);
-        std::memcpy(inOut, c.prompt.c_str(), c.prompt.size() + 1);
-
-        EXPECT_EQ(s.Get<TextCall>("PinReadKeyClear")(inOut), 0) << c.prompt;
-
-        EXPECT_EQ(s.terminal.Received(), Frame({'0', '0'}, TextBytes("pinclear.json|" + c.sent)))
-            << c.prompt;
-        // Bytes behind the NUL keep what the prompt left there.
-        Bytes expected = Filled(sizeof inOut, TextBytes(c.prompt));
-        std::copy(c.head.begin(), c.head.end(), expected.begin());
-        EXPECT_EQ(Hex(BufferBytes(inOut, sizeof inOut)), Hex(expected)) << c.prompt;
-    }
-}
-
-TEST(Cards, PinLoadMKSendsTheKeyAndTheReplyOverwritesIt)
-{
-    const Bytes key = HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");
-    const struct {
-        Options options;
-        Bytes start;  // what the reply puts at the head of the buffer
-    } cases[] = {
-        {{}, HexBytes("06")},                                   // ACK: key[0] only
-        {{"--mk-reply", "41:42:43"}, HexBytes("41 42 43 00")},  // a frame and its NUL
-        {{"--reply", "3032=31:32"}, {}},                        // refused: nothing
-    };
-    for (const auto& c : cases) {
-        Session s(c.options);
-        uint8_t buffer[20];
-        std::memset(buffer, Unwritten, sizeof buffer);
-        std::memcpy(buffer, key.data(), key.size());
-
-        EXPECT_EQ(s.Get<BytesCall>("PinLoadMK")(buffer), 0);
-
-        EXPECT_EQ(s.terminal.Received(), Frame({'0', '2'}, key));
-        Bytes expected = Filled(sizeof buffer, key);
-        std::copy(c.start.begin(), c.start.end(), expected.begin());
-        EXPECT_EQ(Hex(BufferBytes(buffer, sizeof buffer)), Hex(expected));
-    }
-}
-
-TEST(Cards, MsreReadRendersOrPassesTheAnswerOn)
-{
-    const struct {
-        Options options;
-        std::string text;
-        const char* notice;  // in the log, for a character that is no digit
-    } cases[] = {
-        {{"--stripe", "4111111111111111=2512101|4111111111111111=2512|"},
-         "B4111111111111111D2512101FC|B4111111111111111D2512FC", nullptr},
-        {{"--stripe", "%B12^X|56|"}, "B%B12^XF8|B56F3", "error [^]"},
-        {{"--swipe-fail"}, "READ ERROR", nullptr},  // no fields: passed on as it is
-        {{"--reply", "3352=02:03:00"}, "", nullptr},  // an empty answer
-    };
-    for (const auto& c : cases) {
-        Session s(c.options);
-        char out[128];
-        std::memset(out, Unwritten, sizeof out);
-
-        EXPECT_EQ(s.Get<TextCall>("MsreRead")(out), static_cast<int>(c.text.size())) << c.text;
-
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, TextBytes(c.text))));
-        EXPECT_EQ(s.terminal.Received(), SwipeFrame) << c.text;
-        if (c.notice != nullptr) {
-            EXPECT_TRUE(Contains(s.folder.LogText(), c.notice)) << c.notice;
-        }
-    }
-}
-
-TEST(Cards, MsreReadWithTwoFieldsLeavesTheTextAndThePortAsTheyAre)
-{
-    Session s({"--stripe", "1234=56|78"});
-    char out[64];
-    std::memset(out, Unwritten, sizeof out);
-
-    EXPECT_EQ(s.Get<TextCall>("MsreRead")(out), 10);
-
-    EXPECT_EQ(Hex(BufferBytes(out, 12)), "31 32 33 34 3D 35 36 7C 37 38 00 55");
-    EXPECT_EQ(CloseLines(s.folder.LogText()), 0u) << "the port stays open";
-    // The next call finds the port open and closes it.
-    char version[64] = {};
-    EXPECT_EQ(s.Get<TextCall>("getVersion")(version), 15);
-    const std::string log = s.folder.LogText();
-    EXPECT_TRUE(Contains(log, "port is opened"));
-    EXPECT_EQ(CloseLines(log), 1u);
-}
-
-TEST(Cards, ACancelDuringASwipeSendsOneCan)
-{
-    Session s({"--swipe-wait"});
-    char out[16] = {};
-    int result = -99;
-
-    CancelDuring(s, SwipeFrame, [&] { result = s.Get<TextCall>("MsreRead")(out); });
-
-    // The terminal's CAN is a one-byte answer: it stands in out[0], without a field or a NUL.
-    EXPECT_EQ(result, 1);
-    EXPECT_EQ(Hex(BufferBytes(out, 2)), "18 00");
-}
-
-TEST(Cards, EMVReadAsksForTheCardholderNameAndReturnsTheAnswer)
-{
-    Session s({"--emv-name", "DOE/JOHN"});
-    char out[256];
-    std::memset(out, Unwritten, sizeof out);
-
-    const std::string answer = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"value\":\"DOE/JOHN\"}]}";
-    EXPECT_EQ(s.Get<TextCall>("EMVRead")(out), static_cast<int>(answer.size()));
-
-    EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, TextBytes(answer))));
-    const std::string request = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"type\":\"A\"}]}";
-    ASSERT_EQ(request.size(), 53u);
-    const Bytes frame = s.terminal.Received();
-    EXPECT_EQ(frame, Frame({'1'}, TextBytes(request)));
-    EXPECT_EQ(frame.back(), 0x10);
-    const std::string log = s.folder.LogText();
-    EXPECT_TRUE(Contains(log, "\t" + request + "\r\n"));
-    EXPECT_TRUE(Contains(log, "\t" + answer + "\r\n"));
-}
-
-TEST(Cards, ThaiIDReadSendsTheModeByteAndAnswersInTextOrBinaryForm)
-{
-    const std::string text = "3200=02:41:A1:80:42:FF:03:00";
-    const struct {
-        int mode;
-        std::string reply;
+        Bytes before;  // the caller's buffer; Unwritten behind
         int result;
-        Bytes head;
-    } cases[] = {
-        // Text form: TIS-620 to UTF-8, 0x80 and 0xFF dropped, a NUL.
-        {0, text, 5, HexBytes("41 E0 B8 81 42 00")},
-        {0x105, text, 5, HexBytes("41 E0 B8 81 42 00")},  // the low byte goes out
-        // Binary form: the block says 16 bytes, two came; no terminator.
-        {2, "3200=02:10:00:00:00:41:42:03:00", 2, HexBytes("41 42")},
+        Bytes wire;
+        Bytes after;  // written over `before`
+        std::vector<std::string> log = {};  // each once; "error [" notices all of them
+        int mode = 0;
+        size_t closes = 1;
+    } rows[] = {
+        {"getVersion", {"--version-text", "NEW6210 V2.31"}, {}, 13, Version,
+         TextBytes("NEW6210 V2.31"), {"\tNEW6210 V2.31\r\n"}},
+        {"getVersion", {"--bad-check"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--siso"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--byte-pace", "1"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--throttle"}, {}, 15, Version, TextBytes(Sim)},
+        {"getVersion", {"--delay", "300"}, {}, 15, Version, TextBytes(Sim)},
+        // Silence ends the reply after three bytes; being no frame it is not taken, and the
+        // raw bytes are what the version copies. The next call drains the tail.
+        {"getVersion", {"--split", "3:200"}, {}, 3, Version, HexBytes("02 4E 45 00"), {"\t\x02NE\r\n"}},
+        {"PinReadKey", {"--pin", "ABC"}, {}, 0, PinPad, PinOut(HexBytes("AB C0 00"))},
+        {"PinReadKey", {"--pin", "7"}, {}, 0, PinPad, PinOut(HexBytes("70 00"))},
+        {"PinReadKey", {"--pin", "abcdef"}, {}, 0, PinPad, PinOut(HexBytes("AB CD EF 00"))},
+        {"PinReadKey", {"--pin", "0x12g9"}, {}, 0, PinPad, PinOut(HexBytes("00 12 09 00"))},
+        {"PinReadKey", {"--pin", "00112233445566778899AABBCCDDEEFF"}, {}, 0, PinPad, PinOut(Key + Bytes{0})},
+        // Past sixteen bytes the decode goes on, under the cleared out[16].
+        {"PinReadKey", {"--pin", "0102030405060708090A0B0C0D0E0F1011121314"}, {}, 0, PinPad,
+         HexBytes("01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 00 12 13 14 00")},
+        // 200 digits: the work buffer keeps 127 of them, which decode to 64 bytes and a NUL.
+        {"PinReadKey", {"--pin", std::string(200, 'F')}, {}, 0, PinPad,
+         PinOut(Bytes(63, 0xFF) + HexBytes("F0 00"))},
+        {"PinReadKey", {"--reply", "3030=41:42:43"}, {}, 0, PinPad, PinOut({0})},  // refused
+        {"PinReadKeyClear", {}, TextBytes("Amount"), 0, Amount, HexBytes("12 34 56 78 90 AB CD EF 00")},
+        {"PinReadKeyClear", {}, TextBytes(""), 0, Frame("02 30 30", "pinclear.json|INPUT", "03 12"),
+         HexBytes("12 34 56 78 90 AB CD EF 00")},
+        {"PinReadKeyClear", {}, TextBytes(" "), 0, Frame("02 30 30", "pinclear.json| ", "03 64"),
+         HexBytes("12 34 56 78 90 AB CD EF 00")},
+        {"PinReadKeyClear", {"--pin", "FfEeDdCcBbAa9988"}, TextBytes("Amount"), 0, Amount,
+         HexBytes("FF EE DD CC BB AA 99 88 00")},
+        {"PinReadKeyClear", {"--pin", "123"}, TextBytes("Amount"), 0, Amount, HexBytes("12 30 00 00 00 00 00 00 00")},
+        {"PinReadKeyClear", {"--pin", std::string(300, '7')}, TextBytes("Amount"), 0, Amount,
+         Bytes(8, 0x77) + Bytes{0}},
+        {"PinReadKeyClear", {"--reply", "3030=31:32"}, TextBytes("Amount"), 0, Amount, Bytes(9, 0)},
+        // The master key goes out; the reply comes back over it: an ACK over key[0], a frame
+        // and its NUL over the start, a refused reply nowhere.
+        {"PinLoadMK", {}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"), HexBytes("06")},
+        {"PinLoadMK", {"--mk-reply", "41:42:43"}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"),
+         HexBytes("41 42 43 00")},
+        {"PinLoadMK", {"--reply", "3032=31:32"}, Key, 0, HexBytes("02 30 32") + Key + HexBytes("03 02"), {}},
+        {"MsreRead", {}, {}, 52, Swipe, TextBytes("B4111111111111111D2512101FC|B4111111111111111D2512FC")},
+        {"MsreRead", {"--stripe", "1234=56|78|XYZ"}, {}, 14, Swipe, TextBytes("B1234D56FA|XYZ")},
+        {"MsreRead", {"--stripe", "|78|"}, {}, 6, Swipe, TextBytes("|B78FF")},
+        {"MsreRead", {"--stripe", "1234 |78  |"}, {}, 13, Swipe, TextBytes("B1234F4|B78FF")},
+        {"MsreRead", {"--stripe", ":;<=>?|0|"}, {}, 14, Swipe, TextBytes("BABCDEFF1|B0F0")},
+        {"MsreRead", {"--stripe", "ab|12 34|"}, {}, 14, Swipe, TextBytes("BabF1|B12 34F4"), {"error [ ]"}},
+        {"MsreRead", {"--stripe", "%B12^X|56|"}, {}, 15, Swipe, TextBytes("B%B12^XF8|B56F3"),
+         {"error [%]", "error [^]", "error [X]"}},
+        {"MsreRead", {"--swipe-fail"}, {}, 10, Swipe, TextBytes("READ ERROR")},  // passed on
+        {"MsreRead", {"--reply", "3352=02:03:00"}, {}, 0, Swipe, TextBytes("")},
+        // Two fields: the answer stays as it came, and so does the open port.
+        {"MsreRead", {"--stripe", "1234=56|Z8"}, {}, 10, Swipe, TextBytes("1234=56|Z8"), {"error [Z]"}, 0, 0},
+        {"EMVRead", {"--emv-name", "DOE/JOHN"}, {}, 61, Emv, TextBytes(EmvAnswer),
+         {"\t" + std::string(Emv.begin() + 2, Emv.end() - 3) + "\r\n", "\t" + EmvAnswer + "\r\n"}},
+        // Envelopes: a frame (STX ... ETX check, or SI ... SO check, the check byte unheeded)
+        // gives its payload and a NUL; one byte is handed on as it is; anything else is dropped.
+        {"EMVRead", {"--reply", "31=02:41:03:40"}, {0, 0}, 1, Emv, TextBytes("A")},
+        {"EMVRead", {"--reply", "31=02:41:03:FF"}, {0, 0}, 1, Emv, TextBytes("A")},
+        {"EMVRead", {"--reply", "31=02:03:01"}, {0, 0}, 0, Emv, TextBytes("")},
+        {"EMVRead", {"--reply", "31=0F:41:42:0E:0D"}, {0, 0}, 2, Emv, TextBytes("AB")},
+        {"EMVRead", {"--reply", "31=06"}, {0, 0}, 1, Emv, HexBytes("06")},
+        {"EMVRead", {"--reply", "31=0F:41:03:00"}, {0, 0}, 0, Emv, {}},
+        {"EMVRead", {"--reply", "31=02:03"}, {0, 0}, 0, Emv, {}},
+        {"EMVRead", {"--reply", "31=41:42:43"}, {0, 0}, 0, Emv, {}},
+        {"ThaiIDRead", {"--reply", Thai}, {}, 16, ThaiId(0, "0B"), ThaiUtf8, {}, 0},
+        {"ThaiIDRead", {"--reply", Thai}, {}, 16, ThaiId(1, "0A"), ThaiUtf8, {}, 1},
+        {"ThaiIDRead", {"--reply", Thai}, {}, 16, ThaiId(5, "0E"), ThaiUtf8, {}, 0x105},  // low byte
+        {"ThaiIDRead", {"--reply", "3200=02:31:32:00:33:03:00"}, {}, 2, ThaiId(0, "0B"), TextBytes("12")},
+        {"ThaiIDRead", {"--reply", "3200=02:10:00:00:00:41:42:03:00"}, {}, 2, ThaiId(2, "09"),
+         HexBytes("41 42"), {}, 2},  // says 16
+        {"ThaiIDRead", {"--reply", "3200=02:02:00:00:00:41:42:43:03:00"}, {}, 2, ThaiId(3, "08"),
+         HexBytes("41 42"), {}, 3},
+        {"ThaiIDRead", {"--reply", "3200=02:FF:FF:FF:FF:41:03:00"}, {}, 0, ThaiId(2, "09"), {}, {}, 2},
+        {"ThaiIDRead", {"--reply", "3200=02:03:00:00:03:00"}, {}, 0, ThaiId(2, "09"), {}, {}, 2},
     };
-    for (const auto& c : cases) {
-        Session s({"--reply", c.reply});
-        char out[32];
-        std::memset(out, Unwritten, sizeof out);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.call) + " " + (row.options.empty() ? "" : row.options.back().substr(0, 40)));
+        Session s(row.options);
+        Bytes buffer = Filled(128, row.before);
 
-        EXPECT_EQ(s.Get<ThaiIdCall>("ThaiIDRead")(out, c.mode), c.result) << c.mode;
+        EXPECT_EQ(CallExport(s.library, row.call, buffer.data(), row.mode), row.result);
 
-        EXPECT_EQ(Hex(BufferBytes(out, sizeof out)), Hex(Filled(sizeof out, c.head))) << c.mode;
-        EXPECT_EQ(s.terminal.Received(), ThaiIdFrame(static_cast<uint8_t>(c.mode))) << c.mode;
+        Bytes expected = Filled(128, row.before);
+        std::copy(row.after.begin(), row.after.end(), expected.begin());
+        EXPECT_EQ(Hex(buffer), Hex(expected));
+        EXPECT_EQ(Hex(s.terminal.Received()), Hex(row.wire));
+        const std::string log = s.folder.LogText();
+        for (const std::string& line : row.log)
+            EXPECT_EQ(CountOf(log, line), 1u) << line;
+        const auto notices = std::count_if(row.log.begin(), row.log.end(), [](const std::string& line) {
+            return line.rfind("error [", 0) == 0;
+        });
+        EXPECT_EQ(CountOf(log, "error ["), static_cast<size_t>(notices));
+        EXPECT_EQ(CountOf(log, "Close Device was "), row.closes);
+        EXPECT_EQ(s.Get<int()>("PosSelect")(), 0);
     }
 }
 
-TEST(Cards, ThaiIDReadOfTheSimulatedCardInBothForms)
-{
-    Session s;
-    auto read = s.Get<ThaiIdCall>("ThaiIDRead");
-
-    std::vector<char> text(64 * 1024, Unwritten);
-    const int textLength = read(text.data(), 0);
-    EXPECT_GT(textLength, 0);
-    EXPECT_EQ(static_cast<int>(std::strlen(text.data())), textLength);
-
-    std::vector<char> block(64 * 1024, Unwritten);
-    const int blockLength = read(block.data(), 3);
-    EXPECT_GT(blockLength, 5118);  // the text and the photo
-    EXPECT_EQ(static_cast<uint8_t>(block[blockLength]), Unwritten) << "a terminator";
-    EXPECT_EQ(s.terminal.Received(), ThaiIdFrame(0x00) + ThaiIdFrame(0x03));
-}
-
-TEST(Cards, ThaiLenCountsColumnsWithoutATerminal)
+// Columns of a UTF-8 text: Thai marks above and below stack on their base, everything else
+// takes a column; other multi-byte sequences count byte by byte. No terminal is involved.
+TEST(Cards, ThaiLenCountsColumns)
 {
     Workspace folder;
-    Library library(Configured(folder).LibraryPath());
-
-    // NO NU, MAI THO, SARA AM: the mark stacks, the vowel takes a column.
-    EXPECT_EQ(library.Get<LenCall>("ThaiLen")("\xE0\xB8\x99\xE0\xB9\x89\xE0\xB8\xB3"), 2);
+    folder.EnableLog();
+    Library library(folder.LibraryPath());
+    auto thaiLen = library.Get<LenCall>("ThaiLen");
+    std::string kokai;  // KO KAI, 10239 times: three bytes each, one in the work area
+    for (int i = 0; i < 10239; ++i)
+        kokai += "\xE0\xB8\x81";
+    const struct {
+        std::string text;
+        int columns;
+    } rows[] = {
+        {"", 0},
+        {"ABC", 3},
+        {"\xE0\xB8\x81\xE0\xB8\xB4\xE0\xB9\x88", 1},              // KO KAI, SARA I, MAI EK
+        {"\xE0\xB8\x99\xE0\xB9\x89\xE0\xB8\xB3", 2},              // NO NU, MAI THO, SARA AM
+        {"\xE0\xB8\x81\xE0\xB8\xB8\xE0\xB8\xB9\xE0\xB8\xBA", 1},  // SARA U, UU, PHINTHU below
+        {"\xE0\xB8\x81\xE0\xB8\xB1\xE0\xB9\x8B\xE0\xB9\x8C\xE0\xB9\x8D", 1},  // HAN-AKAT...
+        {"\xE0\xB9\x80\xE0\xB8\x81\xE0\xB9\x87", 2},  // SARA E leads, MAITAIKHU stacks
+        {"\xE0\xB8\x81\xE0\xB8\xB5\xE0\xB9\x8A\xE0\xB8\xB6\xE0\xB8\xB7", 1},  // SARA II, MAI TRI...
+        {"\xE0\xB8\xBF\xE0\xB9\x9B", 2},  // BAHT, KHOMUT
+        {"\xC3\xA9", 2},
+        {"A\xE0", 2},
+        {std::string(10239, 'a'), 10239},  // the largest text the work area holds
+        {kokai, 10239},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(thaiLen(row.text.c_str()), row.columns) << row.text.substr(0, 30);
     EXPECT_FALSE(Contains(folder.LogText(), "Open Port"));
-}
-
-TEST(Cards, WithoutAPortEveryCardCallAnswers110AndWritesNothing)
-{
-    Workspace unconfigured;
-    Library library(unconfigured.LibraryPath());
-    const auto bytesCall = [&](const char* name) -> std::function<int(char*)> {
-        auto call = library.Get<BytesCall>(name);
-        return [call](char* b) { return call(reinterpret_cast<unsigned char*>(b)); };
-    };
-    auto thaiId = library.Get<ThaiIdCall>("ThaiIDRead");
-    const std::pair<const char*, std::function<int(char*)>> calls[] = {
-        {"PinLoadMK", bytesCall("PinLoadMK")},
-        {"PinReadKey", bytesCall("PinReadKey")},
-        {"PinReadKeyClear", library.Get<TextCall>("PinReadKeyClear")},
-        {"MsreRead", library.Get<TextCall>("MsreRead")},
-        {"EMVRead", library.Get<TextCall>("EMVRead")},
-        {"ThaiIDRead", [thaiId](char* b) { return thaiId(b, 0); }},
-    };
-    for (const auto& call : calls) {
-        char buffer[20];
-        const Bytes untouched = Filled(sizeof buffer, TextBytes("A"));
-        std::memcpy(buffer, untouched.data(), sizeof buffer);
-        EXPECT_EQ(call.second(buffer), 110) << call.first;
-        EXPECT_EQ(BufferBytes(buffer, sizeof buffer), untouched) << call.first;
-    }
+    // One more byte would not fit: the process ends rather than writing past the area.
+    EXPECT_DEATH(thaiLen(std::string(10240, 'a').c_str()), "");
 }
 
 }  // namespace

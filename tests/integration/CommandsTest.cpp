@@ -12,14 +12,8 @@
 
 namespace {
 
-using Options = std::vector<std::string>;
 constexpr int Port = 7;
 
-Bytes operator+(Bytes left, const Bytes& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 Bytes Text(const std::string& text) { return Bytes(text.c_str(), text.c_str() + text.size() + 1); }
 // STX, payload, ETX and the XOR of the payload: built here, apart from the library's builder.
 Bytes Frame(const Bytes& payload)
@@ -39,11 +33,11 @@ size_t Lines(const std::string& log, const std::string& text)
 }
 
 // Log on, port 7, the simulator, the library; and the files that the commands below name.
-struct Session {
+struct CommandSession {
     Workspace folder;
     Simulator terminal;
     Library library;
-    explicit Session(const Options& options)
+    explicit CommandSession(const Options& options)
         : terminal((folder.EnableLog(), folder.UsePort(Port), folder.PortLink(Port)), options),
           library(folder.LibraryPath())
     {
@@ -139,7 +133,7 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         {"@" + std::string(1000000, '{'), {}, -2, {}, "", tooLong + " request buffer"},
     };
     for (const auto& row : rows) {
-        Session s(row.options);
+        CommandSession s(row.options);
         const std::string text = s.At(row.text), label = text.substr(0, 80);
         std::vector<char> out(text.c_str(), text.c_str() + text.size() + 1);
         out.resize(std::max<size_t>(out.size(), 256), 'U');
@@ -169,7 +163,7 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         {R"({"format":"UPLOAD","input":"none"})", {}, 0, "", {}},
     };
     for (const auto& row : rows) {
-        Session s(row.options);
+        CommandSession s(row.options);
         const std::string command = s.At(row.command);
         char out[16];
         EXPECT_EQ(s.library.Get<int(char*, const char*)>("PosExec")(out, command.c_str()), row.result) << command;
@@ -182,7 +176,7 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         for (const char* part : {"9S\x03", "/tree/a.bin", "/tree/sub/empty.bin", "/tree/sub/deep/c.bin"})
             EXPECT_TRUE(command != tree || Contains(std::string(wire.begin(), wire.end()), part)) << part;
     }
-    Session s({});  // a list that does not fit one frame: nothing goes out
+    CommandSession s({});  // a list that does not fit one frame: nothing goes out
     for (int i = 0; i < 900; ++i)
         std::ofstream(s.folder.Folder() + "/tree/" + std::to_string(i) + std::string(240, 'n'));
     char out[16];

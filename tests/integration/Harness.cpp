@@ -1,15 +1,15 @@
 #include "Harness.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <sstream>
@@ -19,18 +19,13 @@
 Bytes HexBytes(const std::string& hex)
 {
     Bytes bytes;
-    int high = -1;
+    std::string digits;
     for (char c : hex) {
-        int value = (c >= '0' && c <= '9') ? c - '0'
-                  : (c >= 'a' && c <= 'f') ? c - 'a' + 10
-                  : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : -1;
-        if (value < 0)
-            continue;
-        if (high < 0) {
-            high = value;
-        } else {
-            bytes.push_back(static_cast<uint8_t>(high * 16 + value));
-            high = -1;
+        if (std::isxdigit(static_cast<unsigned char>(c)))
+            digits += c;
+        if (digits.size() == 2) {
+            bytes.push_back(static_cast<uint8_t>(std::stoi(digits, nullptr, 16)));
+            digits.clear();
         }
     }
     return bytes;
@@ -41,15 +36,47 @@ std::string Hex(const Bytes& bytes)
     std::string text;
     char piece[4];
     for (uint8_t b : bytes) {
-        std::snprintf(piece, sizeof piece, "%02X ", b);
+        std::snprintf(piece, sizeof piece, text.empty() ? "%02X" : " %02X", b);
         text += piece;
     }
-    if (!text.empty())
-        text.pop_back();
     return text;
 }
 
-static std::string ReadFile(const std::string& path)
+Bytes Filled(size_t size, const Bytes& head)
+{
+    Bytes bytes(std::max(size, head.size()), Unwritten);
+    std::copy(head.begin(), head.end(), bytes.begin());
+    return bytes;
+}
+
+size_t CountOf(const Bytes& haystack, const Bytes& needle)
+{
+    size_t count = 0;
+    auto at = haystack.begin();
+    while (!needle.empty() &&
+           (at = std::search(at, haystack.end(), needle.begin(), needle.end())) != haystack.end()) {
+        ++count;
+        at += static_cast<long>(needle.size());
+    }
+    return count;
+}
+
+int RunCommand(const std::string& command, std::string* output)
+{
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return -1;
+    char block[4096];
+    size_t count;
+    while ((count = fread(block, 1, sizeof block, pipe)) > 0) {
+        if (output != nullptr)
+            output->append(block, count);
+    }
+    const int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string ReadFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     std::stringstream content;
@@ -67,8 +94,7 @@ Workspace::Workspace()
     m_folder = pattern;
     mkdir(ConfigFolder().c_str(), 0777);
     std::ifstream source(VARNIK_LIBRARY_PATH, std::ios::binary);
-    std::ofstream copy(LibraryPath(), std::ios::binary);
-    copy << source.rdbuf();
+    std::ofstream(LibraryPath(), std::ios::binary) << source.rdbuf();
 }
 
 Workspace::~Workspace()
@@ -76,34 +102,13 @@ Workspace::~Workspace()
     RunCommand("rm -rf '" + m_folder + "'");
 }
 
-std::string Workspace::PortLink(int port) const
-{
-    return ConfigFolder() + "COM" + std::to_string(port);
-}
-
-void Workspace::WriteConfig(const std::string& name, const std::string& content) const
-{
-    std::ofstream(ConfigFolder() + name, std::ios::binary) << content;
-}
-
-std::string Workspace::ReadConfig(const std::string& name) const
-{
-    return ReadFile(ConfigFolder() + name);
-}
-
-void Workspace::UsePort(int port) const
-{
-    WriteConfig("varnik.json", "{\"port\":" + std::to_string(port) + "}");
-}
-
 std::string Workspace::LogText() const
 {
-    time_t now = time(nullptr);
+    const time_t now = time(nullptr);
     tm local{};
     localtime_r(&now, &local);
     char name[32];
-    std::snprintf(name, sizeof name, "/%04d%02d%02d.log", local.tm_year + 1900, local.tm_mon + 1,
-                  local.tm_mday);
+    std::strftime(name, sizeof name, "/%Y%m%d.log", &local);
     return ReadFile(m_folder + "/Log/libvarnik" + name);
 }
 
@@ -115,56 +120,36 @@ bool Workspace::HasLogFolder() const
 
 // --- Simulator -----------------------------------------------------------------------------
 
-Simulator::Simulator(const std::string& link, std::vector<std::string> options) : m_link(link)
+Simulator::Simulator(const std::string& link, Options options) : m_record(link + ".received")
 {
-    m_record = link + ".received";
-    std::vector<std::string> args = {SIMULATOR_PATH, "--quiet", "--link", link, "--record", m_record};
-    args.insert(args.end(), options.begin(), options.end());
-
-    int out[2];
-    if (pipe(out) != 0)
-        throw std::runtime_error("pipe failed");
-    m_pid = fork();
-    if (m_pid == 0) {
-        dup2(out[1], STDOUT_FILENO);
-        close(out[0]);
-        close(out[1]);
-        std::vector<char*> argv;
-        for (auto& arg : args)
-            argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    close(out[1]);
-    // The simulator's first line is its pseudo-terminal; the link exists by then.
-    char c;
-    while (read(out[0], &c, 1) == 1 && c != '\n')
-        m_pty += c;
-    close(out[0]);
-    if (m_pty.empty())
+    std::string command = "echo $$; exec '" SIMULATOR_PATH "' --quiet --link '" + link + "' --record '" +
+                          m_record + "'";
+    for (const std::string& option : options)
+        command += " '" + option + "'";
+    m_output = popen(command.c_str(), "r");
+    // The shell's number, which exec hands on, then the pseudo-terminal: the link exists by then.
+    char line[256];
+    if (m_output == nullptr || std::fscanf(m_output, "%d", &m_pid) != 1 ||
+        std::fgets(line, sizeof line, m_output) == nullptr || std::fgets(line, sizeof line, m_output) == nullptr)
         throw std::runtime_error("simulator did not start");
 }
 
 Simulator::~Simulator()
 {
-    if (m_pid > 0) {
-        kill(m_pid, SIGTERM);
-        int status = 0;
-        waitpid(m_pid, &status, 0);
-    }
+    kill(m_pid, SIGTERM);
+    pclose(m_output);
     unlink(m_record.c_str());
 }
 
 Bytes Simulator::Received() const
 {
-    std::string data = ReadFile(m_record);
+    const std::string data = ReadFile(m_record);
     return Bytes(data.begin(), data.end());
 }
 
 bool Simulator::WaitReceived(size_t count, int ms) const
 {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (Received().size() < count) {
         if (std::chrono::steady_clock::now() > end)
             return false;
@@ -173,7 +158,7 @@ bool Simulator::WaitReceived(size_t count, int ms) const
     return true;
 }
 
-// --- Library -------------------------------------------------------------------------------
+// --- Library and Session -------------------------------------------------------------------
 
 Library::Library(const std::string& path) : m_handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL))
 {
@@ -181,50 +166,25 @@ Library::Library(const std::string& path) : m_handle(dlopen(path.c_str(), RTLD_N
         throw std::runtime_error(std::string("dlopen failed: ") + dlerror());
 }
 
-Library::~Library()
+int CallExport(const Library& library, const std::string& name, uint8_t* buffer, int mode)
 {
-    dlclose(m_handle);
+    if (name == "ThaiIDRead")
+        return library.Get<int(char*, int)>("ThaiIDRead")(reinterpret_cast<char*>(buffer), mode);
+    if (name == "PinLoadMK" || name == "PinReadKey")
+        return library.Get<int(unsigned char*)>(name.c_str())(buffer);
+    return library.Get<int(char*)>(name.c_str())(reinterpret_cast<char*>(buffer));
 }
 
-void* Library::Symbol(const char* name) const
+// The folder is ready before the simulator starts and the library loads.
+static std::string Prepared(const Workspace& folder, const std::string& config)
 {
-    return dlsym(m_handle, name);
+    folder.EnableLog();
+    if (!config.empty())
+        folder.WriteConfig("varnik.json", config);
+    return folder.PortLink(SessionPort);
 }
 
-// --- helpers -------------------------------------------------------------------------------
-
-size_t CountOf(const Bytes& haystack, const Bytes& needle)
+Session::Session(Options options, const std::string& config)
+    : terminal(Prepared(folder, config), std::move(options)), library(folder.LibraryPath())
 {
-    size_t count = 0;
-    if (needle.empty())
-        return 0;
-    for (size_t i = 0; i + needle.size() <= haystack.size();) {
-        if (std::equal(needle.begin(), needle.end(), haystack.begin() + static_cast<long>(i))) {
-            ++count;
-            i += needle.size();
-        } else {
-            ++i;
-        }
-    }
-    return count;
-}
-
-bool Contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
-int RunCommand(const std::string& command, std::string* output)
-{
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr)
-        return -1;
-    char block[4096];
-    size_t count;
-    while ((count = fread(block, 1, sizeof block, pipe)) > 0) {
-        if (output != nullptr)
-            output->append(block, count);
-    }
-    int status = pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

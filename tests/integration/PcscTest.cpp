@@ -1,7 +1,7 @@
-// ReaderSelect in a real host process: Debian's pyscard (loading pcsc-lite in-process, with no
-// pcscd running) lists, connects and reads the simulated Thai ID card through the virtual
-// reader; ctypes calls through functions bound before the redirection; and the failure paths
-// with a pcsc-lite that lacks SCardTransmit, one that will not load, and no terminal.
+// ReaderSelect in a real host process: Debian's pyscard (pcsc-lite in-process, no pcscd) reads
+// the simulated Thai ID card through the virtual reader; ctypes calls through functions bound
+// before the redirection; and the failure paths with a pcsc-lite that lacks SCardTransmit, one
+// that will not load, and no terminal.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -11,28 +11,22 @@
 
 namespace {
 
-constexpr int Port = 6;
-const Bytes OpenApdu = {0x02, 0x38, 0x02, 0x03, 0x3A};
-const Bytes CloseApdu = {0x02, 0x38, 0x03, 0x03, 0x3B};
-const char* const AtrOption = "3B:68:00:00:54:48:20:4E:49:44:20:36";
-const char* const Atr = "3B 68 00 00 54 48 20 4E 49 44 20 36";
+using Values = std::map<std::string, std::string>;
 
 struct ClientRun {
     int status;
-    std::map<std::string, std::string> values;  // the last "key=value" of each key
-    std::vector<std::string> selects;           // every ReaderSelect result, in order
+    Values values;                      // the last "key=value" of each key
+    std::vector<std::string> selects;  // every ReaderSelect result, in order
     std::string output;
     std::string errors;
 };
 
 // Runs the PC/SC host script with the system's Python (the one that has pyscard).
-ClientRun RunClient(const Workspace& folder, const std::string& mode,
-                    const std::string& libraryPath = "")
+ClientRun RunClient(const Workspace& folder, const std::string& mode, const std::string& libraryPath)
 {
     const std::string errors = folder.Folder() + "/client.err";
-    std::string command = "timeout 45 /usr/bin/python3 '" SOURCE_DIR
-                          "/tests/integration/pcsc_client.py' " + mode + " '" +
-                          folder.LibraryPath() + "' 2>'" + errors + "'";
+    std::string command = "timeout 45 /usr/bin/python3 '" SOURCE_DIR "/tests/integration/pcsc_client.py' " +
+                          mode + " '" + folder.LibraryPath() + "' 2>'" + errors + "'";
     if (!libraryPath.empty())
         command = "LD_LIBRARY_PATH='" + libraryPath + "' " + command;
     ClientRun run;
@@ -51,116 +45,82 @@ ClientRun RunClient(const Workspace& folder, const std::string& mode,
     return run;
 }
 
-size_t Occurrences(const std::string& text, const std::string& part)
-{
-    return CountOf(Bytes(text.begin(), text.end()), Bytes(part.begin(), part.end()));
-}
+const char* const Broken = "broken";  // a libpcsclite.so.1 that is no library
 
-struct Pcsc : ::testing::Test {
-    Workspace folder;
-    void SetUp() override { folder.EnableLog(); }
-};
+TEST(Pcsc, ReaderSelectRedirectsTheHostsPcscCalls)
+{
+    const std::string select = "02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21";
+    const std::string virtualReader = "0 1234|0 21|0 1234 1";
+    const struct {
+        const char* what;
+        const char* mode;
+        std::string libraryPath;  // LD_LIBRARY_PATH of the host
+        std::string config;       // varnik.json; "" for no terminal
+        std::vector<std::string> selects;
+        Values values;  // "establish|list|connect" joined, and single keys
+        std::vector<std::string> wire;  // frames the terminal got once each
+        std::vector<std::string> log, notInLog, errors;
+    } rows[] = {
+        {"pyscard", "pyscard", "", "{\"port\":7}", {"0", "0"},
+         {{"readers", "NEW6210 Reader Card"}, {"atr", "3B 68 00 00 54 48 20 4E 49 44 20 36"},
+          {"select", "9000"}, {"read", "9000"}, {"citizen", "1234567890121"}, {"done", "1"}},
+         {"02 38 02 03 3A", select, "02 38 03 03 3B"},
+         {"SCardEstablishContext called", "SCardListReaders called",
+          "-> Found readers: NEW6210 Reader Card", "Open APDU",
+          "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called",
+          "SCardStatus(pcbAtrLen:", "SCardTransmit called", "port is opened"},
+         {}, {}},
+        {"bound before", "direct", "", "{\"port\":7}", {"0"},
+         {{"pcsclite", "loaded"}, {"calls", virtualReader}, {"status", "0 40 3B 68 00 00 54 48 20 4E 49 44 20 36"},
+          {"disconnect", "0"}},
+         {"02 38 02 03 3A", "02 38 03 03 3B"},
+         {"SCardConnect(no such reader,hCard:0x1234 status:[0x0]) called",
+          "Redirection WinCard completed"},
+         {}, {}},
+        // The stand-in answers 0x7E00000n and handles of its own; these are the reader's.
+        {"no SCardTransmit", "direct", FAKE_PCSCLITE_DIR, "{\"port\":7}", {"-1"},
+         {{"transmit", "absent"}, {"calls", virtualReader}, {"disconnect", "0"}},
+         {"02 38 02 03 3A"}, {"Not Found SCardTransmit"}, {"Redirection WinCard completed"},
+         {"Not Found SCardTransmit"}},
+        {"no pcsc-lite", "direct", Broken, "{\"port\":7}", {"-1"}, {{"pcsclite", "missing"}},
+         {"02 34 03 34"},
+         {"Cannot found module [libpcsclite.so.1] 0x"}, {}, {}},
+        {"no terminal", "direct", "", "", {"110"}, {{"pcsclite", "loaded"}}, {}, {},
+         {"SCardEstablishContext called"}, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        Session s({}, row.config);
+        std::string libraryPath = row.libraryPath;
+        if (libraryPath == Broken) {
+            libraryPath = s.folder.Folder() + "/broken";
+            RunCommand("mkdir -p '" + libraryPath + "' && echo junk > '" + libraryPath + "/libpcsclite.so.1'");
+        }
+
+        ClientRun run = RunClient(s.folder, row.mode, libraryPath);
+        run.values["calls"] = run.values["establish"] + "|" + run.values["list"] + "|" + run.values["connect"];
+
+        ASSERT_EQ(run.status, 0) << run.output << run.errors;
+        EXPECT_EQ(run.selects, row.selects);
+        for (const auto& value : row.values)
+            EXPECT_EQ(run.values[value.first], value.second) << value.first;
+        const Bytes sent = s.terminal.Received();
+        for (const std::string& frame : row.wire)
+            EXPECT_EQ(CountOf(sent, HexBytes(frame)), 1u) << frame;
+        if (row.wire.empty()) {
+            EXPECT_TRUE(sent.empty());
+        }
+        const std::string log = s.folder.LogText();
+        for (const std::string& line : row.log)
+            EXPECT_TRUE(Contains(log, line)) << line << "\n" << log;
+        for (const std::string& line : row.notInLog)
+            EXPECT_FALSE(Contains(log, line)) << line;
+        for (const std::string& line : row.errors)
+            EXPECT_TRUE(Contains(run.errors, line)) << line << "\n" << run.errors;
+        if (row.errors.empty()) {
+            EXPECT_FALSE(Contains(run.errors, "Not Found")) << run.errors;
+        }
+    }
+}
 
 }  // namespace
-
-TEST_F(Pcsc, PyscardReadsTheThaiIdCardThroughTheVirtualReader)
-{
-    folder.UsePort(Port);
-    Simulator terminal(folder.PortLink(Port), {"--atr", AtrOption});
-
-    ClientRun run = RunClient(folder, "pyscard");
-
-    ASSERT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(run.selects, (std::vector<std::string>{"0", "0"}));
-    EXPECT_EQ(run.values["readers"], "NEW6210 Reader Card");
-    EXPECT_EQ(run.values["atr"], Atr);
-    EXPECT_EQ(run.values["select"], "9000");
-    EXPECT_EQ(run.values["read"], "9000");
-    EXPECT_EQ(run.values["citizen"], "1234567890121");
-    EXPECT_EQ(run.values["done"], "1");
-
-    const Bytes sent = terminal.Received();
-    EXPECT_EQ(CountOf(sent, OpenApdu), 1u);
-    EXPECT_EQ(CountOf(sent, HexBytes("02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21")),
-              1u) << "the SELECT as the terminal gets it";
-    EXPECT_EQ(CountOf(sent, CloseApdu), 1u);
-
-    const std::string log = folder.LogText();
-    EXPECT_EQ(Occurrences(log, "Redirection WinCard completed"), 2u) << log;
-    for (const char* line : {"SCardEstablishContext called", "SCardListReaders called",
-                             "-> Found readers: NEW6210 Reader Card", "Open APDU",
-                             "SCardConnect(NEW6210 Reader Card,hCard:0x1234 status:[0x0]) called",
-                             "SCardStatus(pcbAtrLen:", "SCardTransmit called", "port is opened"})
-        EXPECT_TRUE(Contains(log, line)) << line << "\n" << log;
-}
-
-TEST_F(Pcsc, FunctionsBoundBeforeReaderSelectReachTheVirtualReader)
-{
-    folder.UsePort(Port);
-    Simulator terminal(folder.PortLink(Port), {"--atr", "3B:00"});
-
-    ClientRun run = RunClient(folder, "direct");
-
-    ASSERT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(run.values["pcsclite"], "loaded");
-    EXPECT_EQ(run.selects, std::vector<std::string>{"0"});
-    EXPECT_EQ(run.values["establish"], "0 1234");
-    EXPECT_EQ(run.values["list"], "0 21");
-    EXPECT_EQ(run.values["connect"], "0 1234 1");
-    EXPECT_EQ(run.values["status"], "0 40 3B 00") << "SCARD_SPECIFIC and the connect's ATR";
-    EXPECT_EQ(run.values["disconnect"], "0");
-    EXPECT_TRUE(Contains(folder.LogText(),
-                         "SCardConnect(no such reader,hCard:0x1234 status:[0x0]) called"));
-}
-
-TEST_F(Pcsc, APcscLibraryWithoutTransmitLeavesTheOtherFiveHooked)
-{
-    folder.UsePort(Port);
-    Simulator terminal(folder.PortLink(Port));
-
-    ClientRun run = RunClient(folder, "direct", FAKE_PCSCLITE_DIR);
-
-    ASSERT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(run.values["transmit"], "absent") << "the stand-in library was loaded";
-    EXPECT_EQ(run.selects, std::vector<std::string>{"-1"});
-    // The stand-in answers 0x7E00000n and its own handles; these are the virtual reader's.
-    EXPECT_EQ(run.values["establish"], "0 1234");
-    EXPECT_EQ(run.values["list"], "0 21");
-    EXPECT_EQ(run.values["connect"], "0 1234 1");
-    EXPECT_EQ(run.values["status"].substr(0, 5), "0 40 ");
-    EXPECT_EQ(run.values["disconnect"], "0");
-    EXPECT_EQ(CountOf(terminal.Received(), OpenApdu), 1u);
-
-    EXPECT_TRUE(Contains(run.errors, "Not Found SCardTransmit")) << run.errors;
-    const std::string log = folder.LogText();
-    EXPECT_TRUE(Contains(log, "Not Found SCardTransmit")) << log;
-    EXPECT_FALSE(Contains(log, "Redirection WinCard completed")) << log;
-}
-
-TEST_F(Pcsc, APcscLibraryThatWillNotLoadIsNamedInTheLog)
-{
-    folder.UsePort(Port);
-    Simulator terminal(folder.PortLink(Port));
-    const std::string broken = folder.Folder() + "/broken";
-    RunCommand("mkdir -p '" + broken + "' && echo junk > '" + broken + "/libpcsclite.so.1'");
-
-    ClientRun run = RunClient(folder, "direct", broken);
-
-    ASSERT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(run.values["pcsclite"], "missing");
-    EXPECT_EQ(run.selects, std::vector<std::string>{"-1"});
-    const std::string log = folder.LogText();
-    EXPECT_TRUE(Contains(log, "Cannot found module [libpcsclite.so.1] 0x")) << log;
-    EXPECT_FALSE(Contains(run.errors, "Not Found")) << "no notice: nothing was looked up";
-}
-
-TEST_F(Pcsc, WithoutATerminalNothingIsHooked)
-{
-    ClientRun run = RunClient(folder, "direct");
-
-    ASSERT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(run.selects, std::vector<std::string>{"110"});
-    ASSERT_TRUE(run.values.count("establish")) << run.output;
-    EXPECT_NE(run.values["establish"], "0 1234") << "pcsc-lite answered for itself";
-    EXPECT_FALSE(Contains(folder.LogText(), "SCardEstablishContext called"));
-}

@@ -1,14 +1,11 @@
-"""A PC/SC host for the integration tests: loads libvarnik.so by path, runs ReaderSelect, then
-works through the process's pcsc-lite as any host would. Run with /usr/bin/python3, whose
-pyscard loads libpcsclite.so.1 into this process.
-
-    pcsc_client.py pyscard LIBRARY   ReaderSelect twice, then pyscard lists the readers,
-                                     connects and reads the citizen number of the Thai ID card
-    pcsc_client.py direct LIBRARY    binds the functions of whatever libpcsclite.so.1 the
-                                     loader gives, runs ReaderSelect once, then calls them
-
-Each step prints one "key=value" line; the test reads them.
-"""
+# A PC/SC host for the integration tests: loads libvarnik.so by path, runs ReaderSelect, then
+# works through the process's pcsc-lite as any host would. Run with /usr/bin/python3, whose
+# pyscard loads libpcsclite.so.1 into this process.
+#   pcsc_client.py pyscard LIBRARY  ReaderSelect twice, then pyscard lists the readers,
+#                                   connects and reads the citizen number of the Thai ID card
+#   pcsc_client.py direct LIBRARY   binds the functions of whatever libpcsclite.so.1 the loader
+#                                   gives, runs ReaderSelect once, then calls them
+# Each step prints one "key=value" line; the test reads them.
 
 import ctypes
 import sys

@@ -1,8 +1,5 @@
-// Port discovery: the per-device decision, and the Linux walk over a fake sysfs tree.
-//
-// An integration test that loads the library with config/varnik.json {"port":0,"name":...}
-// cannot put a fake /sys under it, so the sysfs walk is tested here only, through
-// ScanSysfsPorts with its folders pointed into a temporary directory.
+// Port discovery: the per-device decision, the pick among the marks, and the Linux walk over a
+// fake sysfs tree (an integration test cannot put a fake /sys under the library).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -29,15 +26,6 @@ Marks MarksOf(const unsigned char* table)
     return marks;
 }
 
-// The caller's choice: the lowest entry with a name match, or -1.
-int FirstMatch(const unsigned char* table)
-{
-    for (int i = 0; i < 256; ++i)
-        if (table[i] & PortMarkNameMatch)
-            return i;
-    return -1;
-}
-
 const char* const Wanted = "Terminal Port";
 
 // The properties read of one device; a null text could not be read.
@@ -51,20 +39,20 @@ struct Device {
 CPortInfo InfoOf(const Device& device)
 {
     CPortInfo info;
-    if (device.portName) {
-        info.strPortName = device.portName;
-        info.nFlags |= PortInfoPortName;
+    const struct {
+        const char* text;
+        std::string* field;
+        int32_t flag;
+    } properties[] = {{device.portName, &info.strPortName, PortInfoPortName},
+                      {device.friendlyName, &info.strFriendlyName, PortInfoFriendlyName},
+                      {device.service, &info.strService, PortInfoService},
+                      {device.description, &info.strDescription, PortInfoDescription}};
+    for (const auto& property : properties) {
+        if (property.text != nullptr) {
+            *property.field = property.text;
+            info.nFlags |= property.flag;
+        }
     }
-    if (device.friendlyName) {
-        info.strFriendlyName = device.friendlyName;
-        info.nFlags |= PortInfoFriendlyName;
-    }
-    if (device.service) {
-        info.strService = device.service;
-        info.nFlags |= PortInfoService;
-    }
-    info.strDescription = device.description;
-    info.nFlags |= PortInfoDescription;
     return info;
 }
 
@@ -104,18 +92,24 @@ TEST(MarkPort, DecidesEachDevice)
     }
 }
 
-TEST(MarkPort, LowestMatchWinsWhateverTheOrder)
+// Several ports of one description: the lowest that matched the name wins.
+TEST(LowestMatchingPort, TakesTheLowestNameMatch)
 {
-    const Device com9 = {"COM9", nullptr, "usbser", Wanted};
-    const Device com3 = {"COM3", nullptr, "usbser", Wanted};
-    for (const auto& order : {std::vector<Device>{com9, com3}, std::vector<Device>{com3, com9}}) {
+    const struct {
+        Marks marks;
+        int port;
+    } rows[] = {
+        {{}, -1},
+        {{{9, 0x03}, {3, 0x03}}, 3},
+        {{{3, 0x02}, {9, 0x03}, {200, 0x03}}, 9},  // a qualifying port alone is not enough
+        {{{0, 0x01}, {1, 0x03}}, 0},
+        {{{7, 0x02}, {255, 0x03}}, 255},
+    };
+    for (const auto& row : rows) {
         unsigned char table[256] = {};
-        for (const Device& device : order) {
-            CPortInfo info = InfoOf(device);
-            MarkPort(info, Wanted, table);
-        }
-        EXPECT_EQ(MarksOf(table), (Marks{{3, 0x03}, {9, 0x03}}));
-        EXPECT_EQ(FirstMatch(table), 3);
+        for (const auto& mark : row.marks)
+            table[mark.first] = static_cast<unsigned char>(mark.second);
+        EXPECT_EQ(LowestMatchingPort(table), row.port) << row.marks.size();
     }
 }
 
@@ -194,48 +188,40 @@ protected:
     fs::path m_root, m_sys, m_dev, m_config;
 };
 
-TEST_F(SysfsScan, MarksPortsByDescriptionAndDriver)
+// COM7 matches; COM1 is on the built-in driver and COM8 has none; ttyACM0, with no COM link,
+// is no COM port and lands on 255 as on Windows. Its interface string stands before its
+// product string, so "Modem" matches nothing. Every link is a port of its own.
+TEST_F(SysfsScan, MarksPortsByDescriptionDriverAndLink)
 {
-    // COM7 matches; COM1 is on the built-in driver and COM8 has none; ttyACM0, with no COM
-    // link, is no COM port and lands on 255 as on Windows. Its interface string stands before
-    // its product string, so "Modem" matches nothing.
     const struct {
         const char* name;
+        const char* link;  // another link in the config folder, to the device beside it
+        const char* device;
         Marks marks;
     } cases[] = {
-        {"terminal port", {{7, 0x03}, {255, 0x03}}},
-        {"Modem", {{7, 0x02}, {255, 0x02}}},
+        {"terminal port", nullptr, nullptr, {{7, 0x03}, {255, 0x03}}},
+        {"Modem", nullptr, nullptr, {{7, 0x02}, {255, 0x02}}},
+        {Wanted, "COM12", "ttyUSB0", {{7, 0x03}, {12, 0x03}, {255, 0x03}}},
+        {Wanted, "COM07", "ttyUSB0", {{7, 0x03}, {255, 0x03}}},  // not a name the driver opens
+        {Wanted, "COM3", "ttyACM0", {{3, 0x03}, {7, 0x03}}},
     };
     for (const auto& c : cases) {
+        if (c.link != nullptr)
+            fs::create_symlink(m_dev / c.device, m_config / c.link);
         unsigned char table[256] = {};
         EXPECT_EQ(Scan(c.name, table), 1) << c.name;
-        EXPECT_EQ(MarksOf(table), c.marks) << c.name;
+        EXPECT_EQ(MarksOf(table), c.marks) << c.name << " " << (c.link ? c.link : "");
+        if (c.link != nullptr)
+            fs::remove(m_config / c.link);
     }
-}
 
-TEST_F(SysfsScan, EachLinkIsAPort)
-{
-    fs::create_symlink(m_dev / "ttyUSB0", m_config / "COM12");
-    fs::create_symlink(m_dev / "ttyUSB0", m_config / "COM07");  // not a name the driver opens
-    fs::create_symlink(m_dev / "ttyACM0", m_config / "COM3");
     unsigned char table[256] = {};
-    EXPECT_EQ(Scan(Wanted, table), 1);
-    EXPECT_EQ(MarksOf(table), (Marks{{3, 0x03}, {7, 0x03}, {12, 0x03}}));
-    EXPECT_EQ(FirstMatch(table), 3);
-}
-
-TEST_F(SysfsScan, WithoutLinksNoComPortsAndWithoutTtyClassNoList)
-{
-    unsigned char table[256] = {};
-    EXPECT_EQ(ScanSysfsPorts(Wanted, table, m_sys.string(), (m_root / "none").string(),
-                             m_dev.string()),
-              1);
-    EXPECT_EQ(MarksOf(table), (Marks{{255, 0x03}}));
-
+    EXPECT_EQ(ScanSysfsPorts(Wanted, table, m_sys.string(), (m_root / "none").string(), m_dev.string()), 1);
+    EXPECT_EQ(MarksOf(table), (Marks{{255, 0x03}})) << "without links no COM ports";
     fs::remove_all(m_sys / "class");
     unsigned char untouched[256] = {};
     EXPECT_EQ(Scan(Wanted, untouched), 0);
-    EXPECT_EQ(MarksOf(untouched), Marks{});
+    EXPECT_EQ(MarksOf(untouched), Marks{}) << "without the tty class no list";
 }
 
 }  // namespace

@@ -22,16 +22,12 @@ Bytes SentFrame()
     return Bytes(g_context.txBuffer, g_context.txBuffer + g_context.txLength);
 }
 
-Bytes TransmitFrame(const Bytes& command, uint8_t lengthByte)
+// A frame written out by hand around `command`.
+Bytes Framed(const Bytes& head, const Bytes& command, const Bytes& tail)
 {
-    Bytes frame = {0x02, 0x38, 0x01, lengthByte};
-    uint8_t check = 0x38 ^ 0x01 ^ lengthByte;
-    for (uint8_t byte : command) {
-        frame.push_back(byte);
-        check ^= byte;
-    }
-    frame.push_back(0x03);
-    frame.push_back(check);
+    Bytes frame = head;
+    frame.insert(frame.end(), command.begin(), command.end());
+    frame.insert(frame.end(), tail.begin(), tail.end());
     return frame;
 }
 
@@ -71,46 +67,47 @@ struct ClosedPort : ::testing::Test {
     }
 };
 
+// The count stays the name's length; a closing NUL only where the capacity has room for it.
 TEST_F(ClosedPort, ListReadersFillsBuffersQueriesAndAllocatedLists)
 {
-    const Bytes name = {'N', 'E', 'W', '6', '2', '1', '0', ' ', 'R', 'e',
-                        'a', 'd', 'e', 'r', ' ', 'C', 'a', 'r', 'd', 0};
-    struct Case {
+    const Bytes list = {'N', 'E', 'W', '6', '2', '1', '0', ' ', 'R', 'e', 'a',
+                        'd', 'e', 'r', ' ', 'C', 'a', 'r', 'd', 0, 0};
+    const struct {
         DWORD capacity;
-        bool closingNul;
-    } cases[] = {{0, false}, {20, false}, {21, true}, {64, true}};
-    for (const Case& c : cases) {
+        size_t written;  // bytes of the list
+    } cases[] = {{0, 20}, {20, 20}, {21, 21}, {64, 21}};
+    for (const auto& c : cases) {
         char buffer[32];
         std::memset(buffer, 0x55, sizeof buffer);
         DWORD count = c.capacity;
         EXPECT_EQ(SCardListReaders(0, nullptr, buffer, &count), 0);
         EXPECT_EQ(count, 19u) << c.capacity;
-        EXPECT_EQ(Bytes(buffer, buffer + 20), name) << c.capacity;
-        EXPECT_EQ(buffer[20], c.closingNul ? 0 : 0x55) << c.capacity;
-        EXPECT_EQ(buffer[21], 0x55) << c.capacity;
+        Bytes expected(list.begin(), list.begin() + static_cast<long>(c.written));
+        expected.resize(sizeof buffer, 0x55);
+        EXPECT_EQ(Bytes(buffer, buffer + sizeof buffer), expected) << c.capacity;
     }
-
     DWORD count = 5;
     EXPECT_EQ(SCardListReaders(0, nullptr, nullptr, &count), 0);
     EXPECT_EQ(count, 21u) << "size of the list with both NULs";
 
-    char* list = nullptr;
+    char* allocated = nullptr;
     count = SCARD_AUTOALLOCATE;
-    EXPECT_EQ(SCardListReaders(0, nullptr, reinterpret_cast<char*>(&list), &count), 0);
-    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(SCardListReaders(0, nullptr, reinterpret_cast<char*>(&allocated), &count), 0);
+    ASSERT_NE(allocated, nullptr);
     EXPECT_EQ(count, 21u);
-    Bytes expected = name;
-    expected.push_back(0);
-    EXPECT_EQ(Bytes(list, list + 21), expected);
-    std::free(list);  // what pcsc-lite's SCardFreeMemory does with it
+    EXPECT_EQ(Bytes(allocated, allocated + 21), list);
+    std::free(allocated);  // what pcsc-lite's SCardFreeMemory does with it
 }
 
-TEST_F(ClosedPort, ConnectTakesTheAtrFromTheAnswerWithinWhatArrivedAndTheArea)
+// The ATR is kept from the answer to the Open APDU, within what arrived and the area, and
+// outlives the disconnect.
+TEST_F(ClosedPort, ConnectKeepsTheAtrOfTheAnswerForStatus)
 {
+    EXPECT_EQ(StatusAtr(), Bytes{}) << "before any connect";
     Bytes long_(1 + 120);
     long_[0] = 100;
     std::iota(long_.begin() + 1, long_.end(), 1);
-    struct Case {
+    const struct {
         const char* name;
         Bytes answer;
         int rxLength;
@@ -124,27 +121,17 @@ TEST_F(ClosedPort, ConnectTakesTheAtrFromTheAnswerWithinWhatArrivedAndTheArea)
         {"status 6: no card", {0x06}, 1, static_cast<LONG>(0x8010000C), {}},
         {"empty answer", {0x3B}, 0, 0, {}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         g_reader.atrLength = 3;
         g_reader.atr[0] = 0x99;
         EXPECT_EQ(ConnectWithAnswer(c.answer, c.rxLength), c.status) << c.name;
+        SCardDisconnect(0x1234, 0);
+        EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x03, 0x03, 0x3B}));
         EXPECT_EQ(StatusAtr(), c.atr) << c.name;
+        DWORD state = 0, protocol = 0, atrLength = 0;
+        EXPECT_EQ(SCardStatus(0, nullptr, nullptr, &state, &protocol, nullptr, &atrLength), 0);
+        EXPECT_EQ(atrLength, c.atr.size()) << c.name << ": a null buffer still learns the length";
     }
-}
-
-TEST_F(ClosedPort, TheAtrOutlivesTheDisconnectAndANullBufferStillLearnsItsLength)
-{
-    EXPECT_EQ(StatusAtr(), Bytes{}) << "before any connect";
-
-    Bytes answer = {12, 0x3B, 0x67, 0x00, 0x00, 0x2D, 0x20, 0x36, 0x00, 0x00, 0x90, 0x00, 0x01};
-    ConnectWithAnswer(answer, 13);
-    SCardDisconnect(0x1234, 0);
-    EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x03, 0x03, 0x3B}));
-    EXPECT_EQ(StatusAtr(), Bytes(answer.begin() + 1, answer.end()));
-
-    DWORD state = 0, protocol = 0, atrLength = 0;
-    EXPECT_EQ(SCardStatus(0, nullptr, nullptr, &state, &protocol, nullptr, &atrLength), 0);
-    EXPECT_EQ(atrLength, 12u);
 }
 
 TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
@@ -154,18 +141,19 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
     struct Case {
         const char* name;
         Bytes command;
-        uint8_t lengthByte;
+        Bytes head, tail;  // around the command: the low length byte, then ETX and check
     } cases[] = {
-        {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, 0x05},
-        {"the whole work area", Bytes(big.begin(), big.begin() + 304), 0x30},
-        {"longer than the work area", big, 0x90},
+        {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, {0x02, 0x38, 0x01, 0x05}, {0x03, 0xB0}},
+        {"the whole work area", Bytes(big.begin(), big.begin() + 304), {0x02, 0x38, 0x01, 0x30},
+         {0x03, 0x09}},
+        {"longer than the work area", big, {0x02, 0x38, 0x01, 0x90}, {0x03, 0xA9}},
     };
     for (const Case& c : cases) {
         uint8_t reply[8] = {0xEE};
         DWORD replyLength = 77;
         EXPECT_EQ(SCardTransmit(0, nullptr, c.command.data(), static_cast<DWORD>(c.command.size()),
                                 nullptr, reply, &replyLength), 0) << c.name;
-        EXPECT_EQ(SentFrame(), TransmitFrame(c.command, c.lengthByte)) << c.name;
+        EXPECT_EQ(SentFrame(), Framed(c.head, c.command, c.tail)) << c.name;
         EXPECT_EQ(reply[0], 0xEE) << c.name << ": nothing read from a closed port";
         EXPECT_EQ(replyLength, 77u) << c.name;
     }
@@ -174,7 +162,7 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
     const uint8_t unused = 0x41;
     DWORD replyLength = 0;
     SCardTransmit(0, nullptr, &unused, 0, nullptr, nullptr, &replyLength);
-    EXPECT_EQ(SentFrame(), TransmitFrame({0x00}, 0x00));
+    EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x01, 0x00, 0x00, 0x03, 0x39}));
 }
 
 }  // namespace
