@@ -1,17 +1,16 @@
 #!/usr/bin/env python3
-"""The far end of the serial line for wine_win32_test.exe: a pseudo-terminal linked where Wine
-looks for a COM port. Prints the pty path, then serves until killed:
-
-  B        reply 'B', the line speed (4 bytes LE) and flags: 1 CS8, 2 PARENB, 4 CSTOPB,
-           8 CRTSCTS, 16 IXON or IXOFF
-  Q n      reply with n pattern bytes (n is 2 bytes BE): 01 02 ... FB 01 02 ...
-  D n      take the next n bytes, then reply 'R', their count and their sum, each modulo
-           65536 (2 bytes BE)
-  L n      as D for n*16 bytes, taken at no more than 4 KiB per 100 ms: slower than the real
-           line, so that a long write needs more than a second
-  S n      read nothing for n milliseconds, so that the host's writes back up
-Any other byte is ignored.
-"""
+# The far end of the serial line for wine_host.exe's "win32" scenario: a pseudo-terminal
+# linked where Wine looks for a COM port. Prints the pty path, then serves until killed:
+#
+#   B        reply 'B', the line speed (4 bytes LE) and flags: 1 CS8, 2 PARENB, 4 CSTOPB,
+#            8 CRTSCTS, 16 IXON or IXOFF
+#   Q n      reply with n pattern bytes (n is 2 bytes BE): 01 02 ... FB 01 02 ...
+#   D n      take the next n bytes, then reply 'R', their count and their sum, each modulo
+#            65536 (2 bytes BE)
+#   L n      as D for n*16 bytes, taken at no more than 4 KiB per 100 ms: slower than the real
+#            line, so that a long write needs more than a second
+#   S n      read nothing for n milliseconds, so that the host's writes back up
+# Any other byte is ignored.
 import os
 import pty
 import sys

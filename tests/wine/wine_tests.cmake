@@ -32,8 +32,6 @@ if(VARNIK_WINE64 AND EXISTS "${VARNIK_WIN64_DIR}" AND TARGET new6210-sim)
                    --wine ${VARNIK_WINE64}
                    --dll ${VARNIK_WIN64_DIR}/Varnik.dll
                    --host ${VARNIK_WIN64_DIR}/tests/wine/wine_host.exe
-                   --win32-test ${VARNIK_WIN64_DIR}/tests/wine/wine_win32_test.exe
-                   --notransmit-host ${VARNIK_WIN64_DIR}/tests/wine/wine_notransmit_host.exe
                    --fake-winscard ${VARNIK_WIN64_DIR}/tests/wine/fake-winscard/winscard.dll
                    --sim $<TARGET_FILE:new6210-sim>)
   set_tests_properties(wine.session PROPERTIES TIMEOUT 300)

@@ -1,13 +1,34 @@
 // The file store's upload faults and its record, which the library's tests read: which file is
 // refused or failed, and what each line of FILE.files says.
+#include "Hex.h"
 #include "Options.h"
 #include "Simulator.h"
-#include "TestSupport.h"
+
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <memory>
 
 namespace {
+
+Bytes TextBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
+Bytes Hex(const std::string& hex) {
+    Bytes bytes;
+    EXPECT_TRUE(ParseHex(hex, bytes)) << hex;
+    return bytes;
+}
+Bytes Concat(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+// STX payload ETX and the XOR of the payload; a command frame's payload begins with its code.
+Bytes ReplyFrame(const Bytes& payload) {
+    uint8_t check = 0;
+    for (uint8_t byte : payload) check ^= byte;
+    return Concat(Concat({0x02}, payload), {0x03, check});
+}
+Bytes ReplyFrame(const std::string& text) { return ReplyFrame(TextBytes(text)); }
+Bytes CommandFrame(const Bytes& code, const Bytes& payload) { return ReplyFrame(Concat(code, payload)); }
 
 Bytes Le32(uint32_t value) {
     return Bytes{uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24)};
