@@ -138,6 +138,25 @@ if command -v mcs >/dev/null && command -v mono >/dev/null &&
   mono Demo.exe
 fi
 
+heading "pcscd: the slot as a reader of the whole machine (libifd_varnik.so) in pcsc_scan"
+driver="$build/ifd/libifd_varnik.so"
+if [ "$(id -u)" -eq 0 ] && command -v pcscd >/dev/null && command -v pcsc_scan >/dev/null &&
+   [ -f "$driver" ]; then
+  mkdir "$till/reader.conf.d"
+  printf 'FRIENDLYNAME "NEW6210 Reader Card"\nDEVICENAME %s\nLIBPATH %s\n' "$pty" "$driver" \
+    > "$till/reader.conf.d/varnik"
+  # A daemon of our own in a private mount namespace: a pcscd of the machine is left alone.
+  unshare -m --propagation private --fork --kill-child sh -c '
+    mount -t tmpfs tmpfs /run/pcscd 2>/dev/null || mount -t tmpfs tmpfs /run
+    pcscd --foreground --config "$1" > "$2" 2>&1 & daemon=$!
+    for _ in $(seq 50); do [ -S /run/pcscd/pcscd.comm ] && break; sleep 0.1; done
+    timeout 10 pcsc_scan -t 2 < /dev/null | sed -e "s/\x1b\[[0-9;]*m//g" -e "/\r/d" | head -n 30
+    kill $daemon; wait $daemon' sh "$till/reader.conf.d" "$till/pcscd.log" || true
+else
+  echo "(shown as root with pcscd, pcsc-tools and libpcsclite-dev installed;"
+  echo " scripts/install-pcscd-driver.sh DEVICE makes the reader permanent)"
+fi
+
 heading "The library's log: every frame in (<) and out (>) of the last command"
 log="$(find "$till/Log" -name '*.log' -type f | head -n 1)"
 if [ -n "$log" ]; then

@@ -8,7 +8,8 @@ if [ ${#packages[@]} -eq 0 ]; then
   packages=(cmake ninja-build g++ make libgtest-dev
             g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine wine64
             python3 python3-pyscard libpcsclite1 procps libjpeg-turbo-progs
-            mono-mcs mono-runtime pkg-config clang libclang-rt-14-dev)
+            mono-mcs mono-runtime pkg-config clang libclang-rt-14-dev
+            libpcsclite-dev pcscd pcsc-tools)
 fi
 
 missing=()

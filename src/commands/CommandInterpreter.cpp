@@ -74,7 +74,7 @@ int RunApdu(DeviceContext& context, char* out, std::string& word)
         return -1;
     WriteLog("apduCard called");
     OpenDevice(context);
-    BeginFrame(context, {0x38, 0x04});
+    BeginFrame(context, {OpCardChannel, OpCardPresence});
     CloseFrame(context);
     int written = SendFrame(context);
     if (written > 0)

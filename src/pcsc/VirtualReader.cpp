@@ -18,11 +18,6 @@ namespace Pcsc {
 
 namespace {
 
-constexpr uint8_t OpCardChannel = 0x38;
-constexpr uint8_t OpTransmit = 0x01;
-constexpr uint8_t OpOpen = 0x02;
-constexpr uint8_t OpClose = 0x03;
-
 // ReadReply leaves its length untouched when it drops a reply; this marks "not written".
 constexpr uint32_t NoLength = 0xFFFFFFFFu;
 
@@ -107,7 +102,7 @@ LONG SCardConnect(
     WriteLog("Open APDU");
     DeviceContext& context = g_context;
     OpenDevice(context);
-    BeginFrame(context, {OpCardChannel, OpOpen});
+    BeginFrame(context, {OpCardChannel, OpCardOpen});
     CloseFrame(context);
     const int written = SendFrame(context);
     int read = 0;
@@ -187,7 +182,7 @@ LONG PCSC_API SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, const BYTE* pb
     OpenDevice(context);
 
     const uint8_t lengthByte = static_cast<uint8_t>(cbSendLength & 0xFF);
-    BeginFrame(context, {OpCardChannel, OpTransmit});
+    BeginFrame(context, {OpCardChannel, OpCardTransmit});
     AppendBytes(context, &lengthByte, 1);
     if (cbSendLength != 0) {
         const DWORD count = std::min<DWORD>(cbSendLength, TxRxCapacity);
@@ -226,7 +221,7 @@ LONG PCSC_API SCardDisconnect(SCARDHANDLE, DWORD)
 {
     DeviceContext& context = g_context;
     OpenDevice(context);
-    BeginFrame(context, {OpCardChannel, OpClose});
+    BeginFrame(context, {OpCardChannel, OpCardClose});
     CloseFrame(context);
     const int written = SendFrame(context);
     if (written > 0)

@@ -25,6 +25,9 @@ public:
 
     // 1 if the port is open on return (also if it was open already), 0 on any failure.
     int Open(int port);
+    // Open by the device's own name (a tty, a COM<N> link, "\\.\COM3"), for callers that are
+    // given a device rather than a port number. Same settings and results as Open.
+    int OpenPath(const char* device);
     // 0 if not open or nothing to send; `length` for 1..100 bytes (sent one by one); 1 above.
     int Write(const void* data, int length);
     // -1 if not open, 0 if nothing is queued or the read failed, else the count read.

@@ -35,8 +35,15 @@ int CComPort::Open(int port)
     if (m_bOpen != 0)
         return 1;
 
-    std::string device = Format("%sCOM%d", g_strConfigFolder.c_str(), port);
-    m_hPort = open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    return OpenPath(Format("%sCOM%d", g_strConfigFolder.c_str(), port).c_str());
+}
+
+int CComPort::OpenPath(const char* device)
+{
+    m_nHold = 0;
+    if (m_bOpen != 0)
+        return 1;
+    m_hPort = open(device, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (m_hPort < 0) {
         LogLastError("Invalid Handle Value: %s");
         return 0;

@@ -119,7 +119,16 @@ int CComPort::Open(int port)
         return 0;
     }
     wsprintfA(name, port >= 0 ? "\\\\.\\COM%d" : "COM%d", port);
-    m_hPort = CreateFileA(name, ComAccess, 0, nullptr, OPEN_EXISTING, ComAttributes, nullptr);
+    return OpenPath(name);
+}
+
+int CComPort::OpenPath(const char* device)
+{
+    m_nHold = 0;
+    if (m_bOpen) {
+        return 1;
+    }
+    m_hPort = CreateFileA(device, ComAccess, 0, nullptr, OPEN_EXISTING, ComAttributes, nullptr);
     if (m_hPort == INVALID_HANDLE_VALUE) {
         LogLastError("Invalid Handle Value: %s");
         return 0;

@@ -9,6 +9,13 @@
 
 constexpr int ReadChunk = 10000;
 
+// The card slot's operation: 0x38, then what to do with the card.
+constexpr uint8_t OpCardChannel = 0x38;
+constexpr uint8_t OpCardTransmit = 0x01;  // length byte, APDU
+constexpr uint8_t OpCardOpen = 0x02;      // answer: ATR length byte and ATR, or a status byte
+constexpr uint8_t OpCardClose = 0x03;
+constexpr uint8_t OpCardPresence = 0x04;  // answer: 0x06 while a card is in
+
 // Frame building in g_context.txBuffer, with txLength as the running index. Nothing is ever
 // written past the buffer: a frame that would not fit is built no further, and SendFrame
 // sends none of it and gives 0, as a write that sent nothing.

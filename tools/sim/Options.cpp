@@ -320,8 +320,9 @@ Simulates a NEW6210 payment terminal (PIN pad, stripe reader, chip-card reader) 
 pseudo-terminal, so that point-of-sale software and the Varnik library can be developed and
 tested without the device. The first line on standard output is the serial device to open
 (e.g. /dev/pts/7); the traffic log goes to standard error, one line per frame in and out.
-Runs until SIGTERM or SIGINT (Ctrl+C). Options take their value as --name VALUE or
---name=VALUE.
+Runs until SIGTERM or SIGINT (Ctrl+C). While it runs, SIGUSR1 takes the chip card out of
+the slot and SIGUSR2 puts a fresh one in (kill -USR1 PID), so that removal and insertion can
+be shown. Options take their value as --name VALUE or --name=VALUE.
 
 Port and logging:
   --link PATH          make PATH a symbolic link to the simulated serial device (an old

@@ -8,11 +8,16 @@
 namespace {
 
 volatile sig_atomic_t g_stop = 0;
+volatile sig_atomic_t g_card = 0;  // a CardSignal
 bool g_installed = false;
 sigset_t g_waitMask;  // the mask inside waits: stop signals let through
 
 void OnStopSignal(int) {
     g_stop = 1;
+}
+
+void OnCardSignal(int signal) {
+    g_card = static_cast<int>(signal == SIGUSR1 ? CardSignal::Out : CardSignal::In);
 }
 
 const sigset_t* WaitMask() {
@@ -38,9 +43,14 @@ void InstallStopSignals() {
         sigaction(signal, &action, nullptr);
         sigaddset(&stopSignals, signal);
     }
+    action.sa_handler = OnCardSignal;
+    for (int signal : {SIGUSR1, SIGUSR2}) {
+        sigaction(signal, &action, nullptr);
+        sigaddset(&stopSignals, signal);
+    }
     std::signal(SIGPIPE, SIG_IGN);
     sigprocmask(SIG_BLOCK, &stopSignals, &g_waitMask);
-    for (int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2}) {
         sigdelset(&g_waitMask, signal);
     }
     g_installed = true;
@@ -48,6 +58,12 @@ void InstallStopSignals() {
 
 bool StopRequested() {
     return g_stop != 0;
+}
+
+CardSignal TakeCardSignal() {
+    CardSignal taken = static_cast<CardSignal>(static_cast<int>(g_card));
+    g_card = static_cast<int>(CardSignal::None);
+    return taken;
 }
 
 int WaitForEvents(pollfd* fds, nfds_t count, int timeoutMs) {

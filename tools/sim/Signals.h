@@ -8,6 +8,11 @@
 void InstallStopSignals();
 bool StopRequested();
 
+// SIGUSR1 takes the card out of the slot, SIGUSR2 puts it back; like the stop signals they
+// arrive only inside the waits. The last one that came, or None; taking it clears it.
+enum class CardSignal { None, Out, In };
+CardSignal TakeCardSignal();
+
 // poll() that a stop signal interrupts: -1 with errno EINTR then. timeoutMs < 0: no limit.
 int WaitForEvents(pollfd* fds, nfds_t count, int timeoutMs);
 

@@ -5,6 +5,7 @@
 #include "SimCard.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <cstdio>
 #include <memory>
@@ -64,6 +65,7 @@ struct PendingUpload {
 struct SimState {
     TerminalConfig config;
     std::unique_ptr<SimCard> card;  // null: no card in the slot
+    std::function<std::unique_ptr<SimCard>()> newCard;  // what an insertion puts in the slot
     std::map<std::string, Bytes> files;
     PendingUpload upload;
     int announcedSinceFolder = 0;       // "9W" frames since the last "9S"

@@ -55,6 +55,16 @@ void Simulator::OnSilence() {
     }
 }
 
+void Simulator::OnCardSignal(bool in) {
+    if (in && !state_.card && state_.newCard) {
+        state_.card = state_.newCard();
+        log_.Note("card inserted");
+    } else if (!in && state_.card) {
+        state_.card.reset();
+        log_.Note("card removed");
+    }
+}
+
 void Simulator::OnEvent(const ParserEvent& event) {
     if (vanished_) {
         return;
@@ -171,6 +181,10 @@ void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& l
     bool warnedLine = false;
     uint8_t buffer[65536];
     while (!StopRequested()) {
+        CardSignal card = TakeCardSignal();
+        if (card != CardSignal::None) {
+            simulator.OnCardSignal(card == CardSignal::In);
+        }
         if (!pty.IsOpen()) {  // vanished: nothing left to do but wait for the signal
             WaitForEvents(nullptr, 0, -1);
             continue;

@@ -32,6 +32,8 @@ public:
     void OnBytes(const uint8_t* data, size_t length);
     // Nothing came for resyncMs while a frame or stream was incomplete.
     void OnSilence();
+    // The card is taken out of the slot, or a fresh one put in (a new insertion).
+    void OnCardSignal(bool in);
 
     bool Busy() const { return parser_.Busy(); }
     bool Holding() const { return holding_; }

@@ -30,11 +30,12 @@ std::map<std::string, Bytes> StartingFiles(const SimOptions& options) {
 void SetUp(const SimOptions& options, SimState& state) {
     state.config = options.terminal;
     state.files = StartingFiles(options);
+    ThaiIdCardOptions card;
+    card.selectAnswers61 = options.terminal.selectAnswers61;
+    card.atr = options.terminal.atr;
+    state.newCard = [card]() { return MakeThaiIdCard(card); };
     if (options.terminal.cardIn) {
-        ThaiIdCardOptions card;
-        card.selectAnswers61 = options.terminal.selectAnswers61;
-        card.atr = options.terminal.atr;
-        state.card = MakeThaiIdCard(card);
+        state.card = state.newCard();
     }
 }
 
