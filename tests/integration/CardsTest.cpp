@@ -15,7 +15,6 @@ using LenCall = int(const char*);
 const Bytes PinPad = Frame("02 30 30", "pinpad.json", "03 34");
 const Bytes Amount = Frame("02 30 30", "pinclear.json|Amount", "03 68");
 const Bytes Swipe = Frame("02 33 52", "Swipe Card :", "03 37");
-const Bytes Version = HexBytes("02 3B 03 3B");
 const Bytes Key = HexBytes("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");
 const Bytes Emv = Frame("02 31", "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"type\":\"A\"}]}", "03 10");
 const std::string EmvAnswer = "{\"EMVTAG\":[{\"tag\":\"NAME-1\",\"cmd\":\"5F20\",\"value\":\"DOE/JOHN\"}]}";
@@ -55,16 +54,15 @@ TEST(Cards, EveryTerminalCallAgainstTheTerminalsAnswers)
         int mode = 0;
         size_t closes = 1;
     } rows[] = {
-        {"getVersion", {"--version-text", "NEW6210 V2.31"}, {}, 13, Version,
+        {"getVersion", {"--version-text", "NEW6210 V2.31"}, {}, 13, VersionFrame,
          TextBytes("NEW6210 V2.31"), {"\tNEW6210 V2.31\r\n"}},
-        {"getVersion", {"--bad-check"}, {}, 15, Version, TextBytes(Sim)},
-        {"getVersion", {"--siso", "--byte-pace", "2"}, {}, 15, Version, TextBytes(Sim)},  // quiet alone ends it
-        {"getVersion", {"--throttle"}, {}, 15, Version, TextBytes(Sim)},
-        {"getVersion", {"--split", "3:2"}, {}, 15, Version, TextBytes(Sim)},  // a pause shorter than the quiet
-        {"getVersion", {"--reply", "3B=06"}, {}, 1, Version, HexBytes("06 00")},  // a lone ACK
+        {"getVersion", {"--bad-check"}, {}, 15, VersionFrame, TextBytes(Sim)},
+        {"getVersion", {"--siso", "--byte-pace", "2"}, {}, 15, VersionFrame, TextBytes(Sim)},  // quiet alone ends it
+        {"getVersion", {"--split", "3:2"}, {}, 15, VersionFrame, TextBytes(Sim)},  // a pause shorter than the quiet
+        {"getVersion", {"--reply", "3B=06"}, {}, 1, VersionFrame, HexBytes("06 00")},  // a lone ACK
         // Silence ends the reply after three bytes; being no frame it is not taken, and the
         // raw bytes are what the version copies. The next call drains the tail.
-        {"getVersion", {"--split", "3:200"}, {}, 3, Version, HexBytes("02 4E 45 00"), {"\t\x02NE\r\n"}},
+        {"getVersion", {"--split", "3:200"}, {}, 3, VersionFrame, HexBytes("02 4E 45 00"), {"\t\x02NE\r\n"}},
         {"PinReadKey", {"--pin", "ABC"}, {}, 0, PinPad, PinOut(HexBytes("AB C0 00"))},
         {"PinReadKey", {"--pin", "abcdef"}, {}, 0, PinPad, PinOut(HexBytes("AB CD EF 00"))},
         {"PinReadKey", {"--pin", "0x12g9"}, {}, 0, PinPad, PinOut(HexBytes("00 12 09 00"))},

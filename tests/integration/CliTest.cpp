@@ -16,7 +16,6 @@ namespace {
 
 const std::string NoPort = "No port known or it would not open (110).\n";
 const std::string Answered = "Terminal answered on port 7.\n";
-const std::string Port7 = "{\"port\":7}";
 
 std::string FileText(const std::string& path)
 {
@@ -57,6 +56,7 @@ TEST(Cli, EachCommandAgainstTheSimulator)
         std::string file = "", fileStart = "";  // a file written, and how it starts
     } rows[] = {
         {"probe", "", {}, 3, {NoPort}},
+        {"--help", "", {}, 0, {"110", "1538", "config/varnik.json", "VARNIK_LIBRARY", "--lib"}},
         {"checkport 7", "", {}, 0, {Answered}, "", "config/varnik.json", Port7},
         {"version", Port7, {"--version-text", "NEW6210 TEST 2.4"}, 0, {"NEW6210 TEST 2.4\n"}},
         {"swipe", Port7, {}, 0,

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -15,32 +14,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
-
-Bytes HexBytes(const std::string& hex)
-{
-    Bytes bytes;
-    std::string digits;
-    for (char c : hex) {
-        if (std::isxdigit(static_cast<unsigned char>(c)))
-            digits += c;
-        if (digits.size() == 2) {
-            bytes.push_back(static_cast<uint8_t>(std::stoi(digits, nullptr, 16)));
-            digits.clear();
-        }
-    }
-    return bytes;
-}
-
-std::string Hex(const Bytes& bytes)
-{
-    std::string text;
-    char piece[4];
-    for (uint8_t b : bytes) {
-        std::snprintf(piece, sizeof piece, text.empty() ? "%02X" : " %02X", b);
-        text += piece;
-    }
-    return text;
-}
 
 Bytes Filled(size_t size, const Bytes& head)
 {

@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "Hex.h"
 #include "varnik.h"
 
 using Bytes = std::vector<uint8_t>;
@@ -17,8 +19,15 @@ using Options = std::vector<std::string>;
 
 constexpr uint8_t Unwritten = 0x55;  // what a caller's buffer holds where nothing was written
 
-Bytes HexBytes(const std::string& hex);  // "02 34:03" -> {0x02, 0x34, 0x03}
-std::string Hex(const Bytes& bytes);     // {0x02, 0x34} -> "02 34"
+// "02 34:03" -> {0x02, 0x34, 0x03}, by the simulator's own reading of hex.
+inline Bytes HexBytes(const std::string& hex)
+{
+    Bytes bytes;
+    if (!ParseHex(hex, bytes))
+        throw std::invalid_argument("not hex: " + hex);
+    return bytes;
+}
+inline std::string Hex(const Bytes& bytes) { return HexSpaced(bytes); }  // "02 34"
 inline Bytes TextBytes(const std::string& text) { return Bytes(text.c_str(), text.c_str() + text.size() + 1); }
 inline Bytes operator+(Bytes left, const Bytes& right) { return left.insert(left.end(), right.begin(), right.end()), left; }
 // A frame written out by hand: hex head, a text with its NUL, hex tail (ETX and check byte).
@@ -100,6 +109,12 @@ private:
 int CallExport(const Library& library, const std::string& name, uint8_t* buffer, int mode = 0);
 
 constexpr int SessionPort = 7;
+const std::string Port7 = "{\"port\":7}";
+const Bytes VersionFrame = {0x02, 0x3B, 0x03, 0x3B};  // getVersion's request
+
+using VoidCall = int();
+using PortCall = int(int);
+using TextCall = int(char*);
 
 // A fresh folder with the log on and `config` as varnik.json ("" for none), the simulator on
 // COM7 and the library loaded.

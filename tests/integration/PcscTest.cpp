@@ -63,9 +63,9 @@ TEST(Pcsc, ReaderSelectRedirectsTheHostsPcscCalls)
         std::vector<std::string> wire;  // frames the terminal got once each
         std::vector<std::string> log, notInLog, errors;
     } rows[] = {
-        {"pyscard", "pyscard", "", "{\"port\":7}", {"0", "0"},
+        {"pyscard", "library", "", "{\"port\":7}", {"0", "0"},
          {{"readers", "NEW6210 Reader Card"}, {"atr", "3B 68 00 00 54 48 20 4E 49 44 20 36"},
-          {"select", "9000"}, {"read", "9000"}, {"citizen", "1234567890121"}, {"done", "1"}},
+          {"connect", "0 protocol 1"}, {"citizen", "1234567890121"}, {"photo", "5118 FFD8 FFD9"}},
          {"02 38 02 03 3A", select, "02 38 03 03 3B"},
          {"SCardEstablishContext called", "SCardListReaders called",
           "-> Found readers: NEW6210 Reader Card", "Open APDU",

@@ -11,13 +11,7 @@
 
 namespace {
 
-using VoidCall = int();
-using PortCall = int(int);
-using TextCall = int(char*);
-
 const std::string Probe = "02 34 03 34";
-const Bytes VersionFrame = HexBytes("02 3B 03 3B");
-const std::string Port7 = "{\"port\":7}";
 
 TEST(Session, ProbeAndPortCheckUnderEveryName)
 {
@@ -35,13 +29,11 @@ TEST(Session, ProbeAndPortCheckUnderEveryName)
          {"load config error : ", "check device port 7", "Open Port  was Successful : 7",
           ">02:34:03:34", "<06"}},
         {"PinCheckPort", 7, "{}", {}, 0, Probe, Port7, {}},
-        {"MsreCheckPort", 7, "{}", {}, 0, Probe, Port7, {}},
         // Two windows of two seconds, a probe each; nothing answered, nothing saved.
         {"PosCheckPort", 7, "{}", {"--silent"}, 1538, Probe + Probe, "{}", {}},
         {"PosCheckPort", 9, "{\"port\":-1}", {}, 110, "", "{\"port\":-1}", {"Open Port Failed : 9"}},
         {"PosSelect", 0, Port7, {}, 0, Probe, Port7, {"Port : 7"}},
         {"PinSelect", 0, Port7, {}, 0, Probe, Port7, {}},
-        {"MsreSelect", 0, Port7, {}, 0, Probe, Port7, {}},
         {"PosSelect", 0, Port7, {"--garbage", "15:41:18"}, 0, Probe, Port7, {"<15"}},
         {"PosSelect", 0, "", {}, 110, "", "", {"3in1 port not found"}},
         {"PosSelect", 0, "{\"port\":-1}", {}, 110, "", "{\"port\":-1}",

@@ -15,11 +15,7 @@
 
 namespace {
 
-using VoidCall = int();
-using TextCall = int(char*);
-
-constexpr int Port = 7;
-const Bytes VersionFrame = {0x02, 0x3B, 0x03, 0x3B};
+constexpr int Port = SessionPort;
 const Bytes Can = {0x18};
 
 VoidCall* g_signalCancel = nullptr;

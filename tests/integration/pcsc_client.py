@@ -1,56 +1,88 @@
-# A PC/SC host for the integration tests: loads libvarnik.so by path, runs ReaderSelect, then
-# works through the process's pcsc-lite as any host would. Run with /usr/bin/python3, whose
-# pyscard loads libpcsclite.so.1 into this process.
-#   pcsc_client.py pyscard LIBRARY  ReaderSelect twice, then pyscard lists the readers,
-#                                   connects and reads the citizen number of the Thai ID card
-#   pcsc_client.py direct LIBRARY   binds the functions of whatever libpcsclite.so.1 the loader
-#                                   gives, runs ReaderSelect once, then calls them
-# Each step prints one "key=value" line; the test reads them.
+"""PC/SC hosts for the integration tests, run with /usr/bin/python3 (whose pyscard loads
+libpcsclite.so.1 into this process). Each step prints one "key=value" line for the test to read.
+  library LIBRARY  ReaderSelect twice, then the Thai ID card and its photo through pyscard
+  direct LIBRARY   pcsc-lite's functions bound before a single ReaderSelect, then called
+  card SIMPID      pcscd's reader: the card and photo, then the simulator takes it out and back
+  silent           pcscd's reader, whose terminal never answers an APDU: one timed exchange"""
 
 import ctypes
+import os
+import signal
 import sys
+import time
+
+APPLET = [0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01]
 
 
 def report(key, value):
     print("%s=%s" % (key, value), flush=True)
 
 
-def select_reader(path, times):
-    library = ctypes.CDLL(path)
-    for _ in range(times):
-        report("ReaderSelect", library.ReaderSelect())
-    return library
-
-
 def hex_of(data):
     return " ".join("%02X" % byte for byte in data)
 
 
-def run_pyscard(path):
-    select_reader(path, 2)
+def select_reader(path, times):
+    library = ctypes.CDLL(path)
+    for _ in range(times):
+        report("ReaderSelect", library.ReaderSelect())
 
-    from smartcard.System import readers
 
-    names = [str(reader) for reader in readers()]
-    report("readers", "|".join(names))
-    connection = readers()[0].createConnection()
-    connection.connect()
-    report("atr", hex_of(connection.getATR()))
+def exchange(sc, card, apdu):
+    result, answer = sc.SCardTransmit(card, sc.SCARD_PROTOCOL_T0, apdu)
+    if result == 0 and len(answer) == 2 and answer[0] == 0x61:  # T=0: fetch what waits
+        result, answer = sc.SCardTransmit(card, sc.SCARD_PROTOCOL_T0, [0, 0xC0, 0, 0, answer[1]])
+    assert result == 0 and answer[-2:] == [0x90, 0x00], (hex(result), answer[-2:])
+    return answer[:-2]
 
-    def exchange(apdu):
-        data, sw1, sw2 = connection.transmit(apdu)
-        if sw1 == 0x61:  # T=0: the answer waits for GET RESPONSE
-            data, sw1, sw2 = connection.transmit([0x00, 0xC0, 0x00, 0x00, sw2])
-        return data, sw1, sw2
 
-    data, sw1, sw2 = exchange([0x00, 0xA4, 0x04, 0x00, 0x08,
-                               0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01])
-    report("select", "%02X%02X" % (sw1, sw2))
-    data, sw1, sw2 = exchange([0x80, 0xB0, 0x00, 0x04, 0x02, 0x00, 0x0D])
-    report("read", "%02X%02X" % (sw1, sw2))
-    report("citizen", bytes(data).decode("ascii", "replace"))
-    connection.disconnect()
-    report("done", 1)
+def read_file(sc, card, offset, size):
+    data = []
+    while len(data) < size:
+        at = offset + len(data)
+        data += exchange(sc, card, [0x80, 0xB0, at >> 8, at & 0xFF, 2, 0, min(255, size - len(data))])
+    return bytes(data)
+
+
+def wait_for(sc, context, reader, wanted):
+    state = sc.SCARD_STATE_UNAWARE
+    for _ in range(10):
+        _, [(_, state, atr)] = sc.SCardGetStatusChange(context, 1000, [(reader, state)])
+        if state & wanted:
+            return "1 " + hex_of(atr)
+    return "0"
+
+
+def run_card(mode, argument):
+    if mode == "library":
+        select_reader(argument, 2)
+    import smartcard.scard as sc  # after the redirection, as a host may load it
+
+    _, context = sc.SCardEstablishContext(sc.SCARD_SCOPE_USER)
+    _, readers = sc.SCardListReaders(context, [])
+    report("readers", "|".join(readers))
+    if mode == "card":
+        report("present", wait_for(sc, context, readers[0], sc.SCARD_STATE_PRESENT))
+    result, card, protocol = sc.SCardConnect(context, readers[0], sc.SCARD_SHARE_SHARED,
+                                             sc.SCARD_PROTOCOL_T0)
+    report("connect", "%d protocol %d" % (result, protocol))
+    report("atr", hex_of(sc.SCardStatus(card)[4]))
+    if mode == "silent":
+        started = time.time()
+        result, _ = sc.SCardTransmit(card, sc.SCARD_PROTOCOL_T0, APPLET)
+        report("transmit", "0x%08X after %d s" % (result & 0xFFFFFFFF, time.time() - started))
+        report("still_listed", len(sc.SCardListReaders(context, [])[1]))
+        return
+    exchange(sc, card, APPLET)
+    report("citizen", read_file(sc, card, 0x0004, 13).decode("ascii"))
+    photo = read_file(sc, card, 0x017B, 5118)
+    report("photo", "%d %s %s" % (len(photo), photo[:2].hex().upper(), photo[-2:].hex().upper()))
+    sc.SCardDisconnect(card, sc.SCARD_UNPOWER_CARD)
+    if mode == "card":
+        os.kill(int(argument), signal.SIGUSR1)
+        report("removed", wait_for(sc, context, readers[0], sc.SCARD_STATE_EMPTY))
+        os.kill(int(argument), signal.SIGUSR2)
+        report("inserted", wait_for(sc, context, readers[0], sc.SCARD_STATE_PRESENT))
 
 
 def run_direct(path):
@@ -71,33 +103,30 @@ def run_direct(path):
     select_reader(path, 1)
     if pcsc is None:
         return
-    dword = ctypes.c_ulong
-    handle = ctypes.c_long
-
+    dword, handle = ctypes.c_ulong, ctypes.c_long
     context = handle(0)
     result = calls["SCardEstablishContext"](dword(2), None, None, ctypes.byref(context))
     report("establish", "%X %d" % (result & 0xFFFFFFFF, context.value))
     if result != 0:
         return
-
     size = dword(0)
     result = calls["SCardListReaders"](context, None, None, ctypes.byref(size))
     report("list", "%X %d" % (result & 0xFFFFFFFF, size.value))
-
     card, protocol = handle(0), dword(0)
     result = calls["SCardConnect"](context, b"no such reader", dword(2), dword(3),
                                    ctypes.byref(card), ctypes.byref(protocol))
     report("connect", "%X %X %d" % (result & 0xFFFFFFFF, card.value, protocol.value))
-
     state, atr, atr_length = dword(0), (ctypes.c_ubyte * 64)(), dword(64)
     result = calls["SCardStatus"](card, None, None, ctypes.byref(state), ctypes.byref(protocol),
                                   atr, ctypes.byref(atr_length))
     report("status", "%X %X %s" % (result & 0xFFFFFFFF, state.value,
                                    hex_of(atr[:atr_length.value])))
-
     result = calls["SCardDisconnect"](card, dword(0))
     report("disconnect", "%X" % (result & 0xFFFFFFFF))
 
 
 if __name__ == "__main__":
-    {"pyscard": run_pyscard, "direct": run_direct}[sys.argv[1]](sys.argv[2])
+    if sys.argv[1] == "direct":
+        run_direct(sys.argv[2])
+    else:
+        run_card(sys.argv[1], sys.argv[2] if len(sys.argv) > 2 else None)
