@@ -12,22 +12,13 @@ namespace {
 const char* const Paths[] = {"a",     "b",    "format", "a.b",  "\"a\"", "a[0]",
                              "a[1].b", ".a",  " a",     "",     "a\\",   "\"a\\"};
 
-bool SameText(const char* left, const char* right)
-{
-    if (left == nullptr || right == nullptr)
-        return left == right;
-    return std::strcmp(left, right) == 0;
-}
-
 void Compare(CkJsonObject& first, CkJsonObject& reloaded, const char* path)
 {
-    if (first.HasMember(path) != reloaded.HasMember(path))
-        std::abort();
-    if (first.IntOf(path) != reloaded.IntOf(path))
-        std::abort();
+    const bool same = first.HasMember(path) == reloaded.HasMember(path) &&
+                      first.IntOf(path) == reloaded.IntOf(path);
     const char* left = first.StringOf(path);
     const char* right = reloaded.StringOf(path);
-    if (!SameText(left, right))
+    if (!same || (left == nullptr) != (right == nullptr) || (left != nullptr && std::strcmp(left, right) != 0))
         std::abort();
 }
 

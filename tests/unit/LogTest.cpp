@@ -7,7 +7,7 @@ namespace {
 
 const LocalTime Morning{2026, 11, 16, 9, 5, 7};
 
-TEST(Log, LineIsStampTabTextAndCrLfAndTimeMarksAreReplacedUnlessOneStartsIt)
+TEST(Log, LinesFileNamesAndTrafficBytesAsTheyAreWritten)
 {
     const struct {
         const char* text;
@@ -21,13 +21,10 @@ TEST(Log, LineIsStampTabTextAndCrLfAndTimeMarksAreReplacedUnlessOneStartsIt)
     };
     for (const auto& c : cases)
         EXPECT_EQ(FormatLogLine(Morning, c.text), c.line) << (c.text ? c.text : "null");
-    EXPECT_EQ(LogFileName("C:\\app\\Log/Varnik", Morning), "C:\\app\\Log/Varnik/20261116.log");
     EXPECT_EQ(LogFileName("/opt/pos/Log/libvarnik", LocalTime{2027, 1, 2, 23, 59, 59}),
               "/opt/pos/Log/libvarnik/20270102.log");
-}
 
-TEST(Log, BytesToHexIsUpperCaseColonSeparatedAndACountBelowOneStopsAtAZeroByte)
-{
+    // Traffic bytes: upper case, colon-separated; a count below one stops at a zero byte.
     const unsigned char frame[] = {0x02, 0x34, 0x03, 0xAB, 0x00, 0xFF};
     EXPECT_EQ(BytesToHex(frame, 6), "02:34:03:AB:00:FF");
     EXPECT_EQ(BytesToHex(frame, 1), "02");

@@ -62,6 +62,7 @@ public:
         return content;
     }
 
+    int Master() const { return m_master; }
     void Send(const std::vector<uint8_t>& bytes) { (void)!write(m_master, bytes.data(), bytes.size()); }
     std::vector<uint8_t> Receive()
     {

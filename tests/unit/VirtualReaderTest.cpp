@@ -67,17 +67,13 @@ struct ClosedPort : ::testing::Test {
     }
 };
 
-// A null buffer learns the list's size; an allocated list is the caller's to free.
-TEST_F(ClosedPort, ListReadersQueriesAndAllocatedLists)
+// An allocated list is the caller's to free.
+TEST_F(ClosedPort, ListReadersAllocatesTheListWhenAsked)
 {
     const Bytes list = {'N', 'E', 'W', '6', '2', '1', '0', ' ', 'R', 'e', 'a',
                         'd', 'e', 'r', ' ', 'C', 'a', 'r', 'd', 0, 0};
-    DWORD count = 5;
-    EXPECT_EQ(SCardListReaders(0, nullptr, nullptr, &count), 0);
-    EXPECT_EQ(count, 21u) << "size of the list with both NULs";
-
     char* allocated = nullptr;
-    count = SCARD_AUTOALLOCATE;
+    DWORD count = SCARD_AUTOALLOCATE;
     EXPECT_EQ(SCardListReaders(0, nullptr, reinterpret_cast<char*>(&allocated), &count), 0);
     ASSERT_NE(allocated, nullptr);
     EXPECT_EQ(count, 21u);
@@ -104,7 +100,6 @@ TEST_F(ClosedPort, ConnectKeepsTheAtrOfTheAnswerForStatus)
         {"length beyond what arrived", {0x05, 0x3B, 0x00, 0x77}, 3, 0, {0x3B, 0x00}},
         {"length beyond the area", long_, 121, 0, Bytes(long_.begin() + 1, long_.begin() + 65)},
         {"status 0: card, no ATR", {0x00}, 1, 0, {}},
-        {"status 6: no card", {0x06}, 1, static_cast<LONG>(0x8010000C), {}},
         {"empty answer", {0x3B}, 0, 0, {}},
     };
     for (const auto& c : cases) {
@@ -129,7 +124,6 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
         Bytes command;
         Bytes head, tail;  // around the command: the low length byte, then ETX and check
     } cases[] = {
-        {"five bytes", {0x00, 0x84, 0x00, 0x00, 0x08}, {0x02, 0x38, 0x01, 0x05}, {0x03, 0xB0}},
         {"the whole work area", Bytes(big.begin(), big.begin() + 304), {0x02, 0x38, 0x01, 0x30},
          {0x03, 0x09}},
         {"longer than the work area", big, {0x02, 0x38, 0x01, 0x90}, {0x03, 0xA9}},

@@ -1,11 +1,10 @@
-// The port driver's result rules and the frame protocol, on a real pseudo-terminal.
+// The port driver's result rules, on a real pseudo-terminal.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "PtyPort.h"
-#include "session/DeviceContext.h"
-#include "session/Frame.h"
+#include "serial/CComPort.h"
 
 namespace {
 
@@ -80,58 +79,6 @@ TEST_F(PortTest, RoomBoundsTheReadAClosedPortReadsMinusOneAndAReopenKeepsTheHand
     EXPECT_EQ(port.Open(-1), 0);
     EXPECT_EQ(port.Open(99), 0);
     EXPECT_EQ(port.m_bOpen, 0);
-}
-
-// --- frames --------------------------------------------------------------------------------
-
-TEST(FrameBuilder, CheckByteCoversCodeAndPayloadWithItsNulAndTheBufferBoundsIt)
-{
-    DeviceContext& context = g_context;
-    const std::vector<uint8_t> huge(TxRxCapacity + 500, 0x41);
-    const struct {
-        std::initializer_list<uint8_t> code;
-        const char* text;
-        Bytes expected;
-    } cases[] = {
-        {{0x34}, nullptr, {0x02, 0x34, 0x03, 0x34}},
-        {{0x36}, "", {0x02, 0x36, 0x00, 0x03, 0x36}},
-        {{0x30, 0x30}, "pinpad.json",
-         {0x02, 0x30, 0x30, 'p', 'i', 'n', 'p', 'a', 'd', '.', 'j', 's', 'o', 'n', 0, 0x03, 0x34}},
-    };
-    for (const auto& c : cases) {
-        BeginFrame(context, c.code);
-        if (c.text != nullptr)
-            AppendText(context, c.text);
-        CloseFrame(context);
-        EXPECT_EQ(Bytes(context.txBuffer, context.txBuffer + context.txLength), c.expected);
-    }
-    BeginFrame(context, {0x31});
-    AppendBytes(context, huge.data(), static_cast<int>(huge.size()));
-    CloseFrame(context);
-    EXPECT_EQ(context.txLength, TxRxCapacity);
-}
-
-struct ReplyTest : ::testing::Test {
-    PtyPort line;
-    DeviceContext& context = g_context;
-    void SetUp() override
-    {
-        context.port = PtyPort::Number;
-        ASSERT_EQ(OpenDevice(context), 0);
-    }
-    void TearDown() override { CloseDevice(context); }
-};
-
-TEST_F(ReplyTest, AnOpenDrainsWhatCameBefore)
-{
-    CloseDevice(context);
-    line.Send({0x41, 0x42, 0x43});
-    usleep(20000);
-    ASSERT_EQ(OpenDevice(context), 0);
-    line.Send({0x02, 0x5A, 0x03, 0x5A});
-    uint8_t out[8] = {};
-    ReadReply(context, out, nullptr);
-    EXPECT_STREQ(reinterpret_cast<char*>(out), "Z");
 }
 
 }  // namespace
