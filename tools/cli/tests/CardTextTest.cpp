@@ -1,6 +1,7 @@
-// Text work on what the cards give, and the pieces of a PC/SC exchange, against values worked
-// out by hand (the Thai letters from the TIS-620 and Unicode tables).
+// Text work on what the cards give, the pieces of a PC/SC exchange and the upload's progress
+// line, against values worked out by hand (the Thai letters from the TIS-620 and Unicode tables).
 #include "CardText.h"
+#include "CommandSupport.h"
 #include "PcscSession.h"
 
 #include <gtest/gtest.h>
@@ -47,6 +48,10 @@ TEST(CardText, TextFunctionsAgainstWorkedValues)
          "00 C0 00 00 12"},
         {PcscResultText(static_cast<PcscLong>(0x8010000CUL)), "SCARD_E_NO_SMARTCARD (0x8010000C)"},
         {PcscResultText(0x1234), "0x00001234"},
+        // An upload's progress counts at the line rate until the terminal answers.
+        {UploadProgressLine(921600, 5000, false), "[###############...............]  50%  460800 / 921600 bytes"},
+        {UploadProgressLine(1000, 60000, false), "[#############################.]  99%  999 / 1000 bytes"},
+        {UploadProgressLine(0, 10, true), "[##############################] 100%  0 / 0 bytes"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.first, row.second);

@@ -72,7 +72,6 @@ const std::string Key = "00112233445566778899AABBCCDDEEFF";
 
 const Row Rows[] = {
     {"probe", {}, 0, "", ExitOk, "Terminal answered.\n", "", "", false, "{\"name\":\"X\"}"},
-    {"probe", {}, 110, "", ExitTerminal, NoPort},
     {"PROBE", {}, 0, "", ExitOk, "Terminal answered on port 7.\n"},
     {"checkport", {"-1"}, -790, "", ExitTerminal,
      "The library answered with the unexpected result -790.\n", "-1"},
@@ -82,7 +81,6 @@ const Row Rows[] = {
     {"version", {}, 0, Z(""), ExitTerminal, "The terminal gave no version text.\n"},
     {"version", {}, 3, Z("ABCDEF"), ExitOk, "ABCDEF\n"},
     {"version", {}, 1, Z("\x18"), ExitCancelled, "...Cancelled.", "", "", true},
-    {"thailen", {"abcd"}, 0, "", ExitOk, "40\n"},
     {"pin", {}, 0, "\x12\x34\x56\x78\x90\xAB\xCD\xEF", ExitOk,
      Pin + "1234567890ABCDEF0000000000000000\n"},
     {"pin", {}, 110, "", ExitTerminal, Pin + NoPort},
@@ -91,7 +89,6 @@ const Row Rows[] = {
     {"loadkey", {"00112233445566778899aabbccddeeff"}, 0, "\x06", ExitOk,
      "The terminal replied 06 (ACK).\n", Key},
     {"loadkey", {Key}, 0, "\x15", ExitTerminal, "The terminal replied 15 (NAK).\n", Key},
-    {"loadkey", {Key}, 0, std::string(1, '\0'), ExitTerminal, "The terminal replied 00.\n"},
     {"loadkey", {Key}, 0, Z("KEY LOADED"), ExitOk, "The terminal replied \"KEY LOADED\".\n"},
     {"loadkey", {Key}, 0, Z("\x01\x02"), ExitOk, "The terminal replied 01 02.\n"},
     {"swipe", {}, 6, Z("|B78FF"), ExitOk, Swipe + "|B78FF\nTrack 1: (empty)\nTrack 2: B78FF\n"},
@@ -109,7 +106,6 @@ const Row Rows[] = {
     {"exec", {"version"}, 1, Z("NEW6210 SIM"), ExitOk, "Result: 1\nReply: NEW6210 SIM\n", "version"},
     {"exec", {"{}"}, -2, Z(""), ExitTerminal, "...Result: -2\nThe command failed (-2)", "{}"},
     {"exec", {"x"}, -790, Z(""), ExitTerminal, "...Result: -790\nThe port was not open", "x"},
-    {"files", {}, 0, Z("a 1\nb 2"), ExitOk, "a 1\nb 2\n", R"({"format":"FILE","cmd":"list"})"},
     {"files", {}, 0, Z(""), ExitOk, "The terminal lists no files.\n"},
     {"rm", {"we\"ird\\x"}, 0, Z(""), ExitOk, "The terminal was told to delete we\"ird\\x.\n",
      R"({"format":"FILE","cmd":"del","file":"we\"ird\\x"})"},
@@ -136,7 +132,6 @@ const std::pair<std::vector<std::string>, const char*> Mistakes[] = {
     {{"loadkey", Key.substr(2)}, "32 hexadecimal digits"},
     {{"loadkey", Key.substr(1) + "G"}, "32 hexadecimal digits"},
     {{"thaiid", "--mode", "two"}, "--mode needs a whole number"},
-    {{"thaiid", "--out", "x.bin"}, "--out is for modes 2 and 3"},
     {{"thaiid", "--mode=5", "--out=x.bin"}, "--out is for modes 2 and 3"},
     {{"pcsc", "apdu", "00A404"}, "apdu needs a command"},
     {{"pcsc", "list"}, "usage: varnik pcsc"},
@@ -221,31 +216,6 @@ TEST(Commands, UsageMistakesAndAMissingLibraryStopBeforeTheTerminal)
     Result run;
     Execute({"probe"}, "", false, run, false);
     EXPECT_EQ(run.status, ExitNoLibrary);
-}
-
-TEST(UploadProgressLine, CountsAtTheLineRateAndWaitsForTheAnswer)
-{
-    struct {
-        uint64_t total, elapsedMs;
-        bool done;
-        const char* line;
-    } cases[] = {
-        {921600, 5000, false, "[###############...............]  50%  460800 / 921600 bytes"},
-        {1000, 60000, false, "[#############################.]  99%  999 / 1000 bytes"},
-        {0, 10, true, "[##############################] 100%  0 / 0 bytes"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(UploadProgressLine(c.total, c.elapsedMs, c.done), c.line) << c.elapsedMs;
-}
-
-// The overview names what a caller must know about results and where the library is found.
-TEST(Commands, HelpNamesTheResultsAndTheLibrarysPlaces)
-{
-    std::ostringstream overview, none;
-    PrintOverview(overview);
-    for (const char* word : {"110", "1538", "config/varnik.json", "VARNIK_LIBRARY", "--lib"})
-        EXPECT_NE(overview.str().find(word), std::string::npos) << word;
-    EXPECT_EQ(PrintCommandHelp("nope", none, none), ExitUsage);
 }
 
 }  // namespace

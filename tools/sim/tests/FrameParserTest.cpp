@@ -68,8 +68,6 @@ std::vector<Row> Rows()
     const std::string long300 = HexCompact(Bytes(300, 0xA5));
     return {
         {"probe", Wire("02 34 03 34"), "34||-"},
-        {"version", Wire("02 3B 03 3B"), "3B||-"},
-        {"beep", Wire("02 3C 30 03 0C"), "3C30||-"},
         {"PIN entry text", Frame("30 30", Text("ab"), 0x03), "3030||'ab'"},
         {"screen, one NUL", Wire("02 36 00 03 36"), "36||''"},
         {"script text holding ETX", Frame("30 33 41 03 42 00", {}, 0x03), "3033||'A\x03" "B'"},
@@ -84,7 +82,6 @@ std::vector<Row> Rows()
          "3957|0300000078563412|'a'"},
         {"delete, name behind the check", Wire("02 39 44 03 7D 6F 6C 64 00"), "3944||'old'"},
         {"delete without a name", Wire("02 39 44 03 7D 00"), "3944||''"},
-        {"list", Wire("02 39 4C 03 75"), "394C||-"},
         {"close APDU, ETX as second code byte", Wire("02 38 03 03 3B"), "3803||-"},
         {"wrong check byte", Wire("02 3B 03 FF"), "3B||- bad"},
         {"CAN outside a frame, stray byte", Wire("18 41 02 34 03 34 18"),
