@@ -93,53 +93,6 @@ int ReadWithMessage(decltype(&::getVersion) read, decltype(&::PosCancel) cancel)
     return result;
 }
 
-// --- the reader calls before SCardTransmit, however they were bound -------------------------
-
-// The five calls before SCardTransmit on "NEW6210 Reader Card", bound now by name, what each
-// answered in one line; `withCard` runs
-// between the status and the disconnect.
-std::string CallReader(HMODULE winscard,
-                       const std::function<void(SCARDCONTEXT, SCARDHANDLE)>& withCard = nullptr)
-{
-#define BIND(name) const auto name = Export<decltype(&::SCard##name)>(winscard, "SCard" #name)
-    BIND(EstablishContext);
-    BIND(ListReadersA);
-    BIND(ConnectA);
-    BIND(StatusA);
-    BIND(Disconnect);
-    SCARDCONTEXT context = 0;
-    SCARDHANDLE card = 0;
-    char readers[64];
-    std::memset(readers, 0x55, sizeof readers);
-    DWORD count = sizeof readers, protocol = 0, state = 0, statusProtocol = 0;
-    BYTE atr[64];
-    DWORD atrLength = sizeof atr;
-    const LONG establish = EstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context);
-    const LONG list = ListReadersA(context, nullptr, readers, &count);
-    readers[sizeof readers - 1] = '\0';
-    const LONG connect = ConnectA(context, "NEW6210 Reader Card", SCARD_SHARE_SHARED,
-                                   SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card, &protocol);
-    const LONG status =
-        StatusA(card, nullptr, nullptr, &state, &statusProtocol, atr, &atrLength);
-    if (withCard)
-        withCard(context, card);
-    const LONG disconnect = Disconnect(card, SCARD_LEAVE_CARD);
-    const std::string answers = Format(
-        "establish %lX context %lX, list %lX %lu \"%s\" then %d, connect %lX card %lX protocol %lu, "
-        "status %lX state %lX protocol %lu ATR %lu, disconnect %lX",
-        establish, static_cast<unsigned long>(context), list, count, readers, readers[20],
-        connect, static_cast<unsigned long>(card), protocol, status, state, statusProtocol,
-        atrLength, disconnect);
-    std::printf("  %s\n", answers.c_str());
-    return answers;
-}
-
-// The virtual reader that ReaderSelect puts in place: one reader as a closed list (name, NUL,
-// NUL), T=0, the simulator's 12-byte ATR.
-const std::string VirtualReader =
-    "establish 0 context 4D2, list 0 19 \"NEW6210 Reader Card\" then 0, connect 0 card 1234 protocol 1, "
-    "status 0 state 6 protocol 1 ATR 12, disconnect 0";
-
 using TransmitFn = decltype(&::SCardTransmit);
 
 // One APDU; a T=0 "61 xx" is followed by GET RESPONSE through `later`.
@@ -160,57 +113,45 @@ std::string Exchange(TransmitFn transmit, TransmitFn later, SCARDHANDLE card,
 
 // --- the export scenarios -------------------------------------------------------------------
 
-// The text readers as a host calls them, a row each: the export, the cancel that a window
-// message runs during the wait, and the whole text the caller's buffer must get, with its NUL;
-// the result is its length, and nothing past it is written. A cancelled read gives the CAN.
-struct TextRead {
-    const char* scenario;
-    const char* read;
-    const char* cancel;
-    std::string text;
-};
-
-const TextRead TextReads[] = {
-    {"version", "getVersion", nullptr, "NEW6210 WINE 2.5"},  // the simulator's --version-text
-    {"cancel", "getVersion", "PosCancel", ""},
-};
-
-void RunTextRead(const TextRead& row)
-{
-    const auto read = Export<decltype(&::getVersion)>(g_library, row.read);
-    CheckPort();
-    Check(EXPORT(PosSelect)() == 0, "PosSelect did not give 0");
-    if (row.cancel == nullptr) {
-        std::memset(g_out, 0x55, sizeof g_out);
-        const int result = read(g_out);
-        Check(result == static_cast<int>(row.text.size()) &&
-                  std::memcmp(g_out, row.text.c_str(), row.text.size() + 1) == 0,
-              Format("%s gave %d, \"%.80s\"", row.read, result, g_out));
-        Check(std::string(g_out + result + 1, 64) == std::string(64, 0x55),
-              Format("%s wrote past its text and NUL", row.read));
-        return;
-    }
-    // The terminal's CAN goes in as it came, with no terminator of its own: a zeroed buffer.
-    std::memset(g_out, 0, sizeof g_out);
-    const int result = ReadWithMessage(read, Export<decltype(&::PosCancel)>(g_library, row.cancel));
-    Check(result == 1 && g_out[0] == 0x18, Format("%s gave %d, not the CAN", row.read, result));
-}
-
-// A message that keeps the thread busy while the terminal answers: the reply that arrives
-// during the dispatch is read whole as soon as the handler returns, and no CAN goes out.
+// A message that keeps the thread busy while the terminal answers.
 int VARNIK_CALL BusyHandler()
 {
     Sleep(200);
     return 0;
 }
 
-void RunBusyMessage()
+// getVersion as a host calls it, a row each: what a window message runs during the wait
+// ("busy": BusyHandler, or the export of that name), and the whole text the caller's buffer
+// must get, with its NUL; the result is its length, and nothing past it is written. The reply
+// that arrives during a busy message is read whole afterwards; a cancel gives the terminal's
+// CAN as it came, with no terminator of its own.
+struct TextRead {
+    const char* scenario;
+    const char* message;
+    std::string text;
+};
+
+const TextRead TextReads[] = {
+    {"version", nullptr, "NEW6210 WINE 2.5"},  // the simulator's --version-text
+    {"cancel", "PosCancel", "\x18"},
+    {"busymessage", "busy", "NEW6210 SIM 1.0"},
+};
+
+void RunTextRead(const TextRead& row)
 {
     CheckPort();
-    std::memset(g_out, 0, sizeof g_out);
-    const int result = ReadWithMessage(EXPORT(getVersion), BusyHandler);
-    Check(result == 15 && std::string(g_out) == "NEW6210 SIM 1.0",
-          Format("getVersion gave %d, \"%.80s\", not the whole reply", result, g_out));
+    Check(EXPORT(PosSelect)() == 0, "PosSelect did not give 0");
+    std::memset(g_out, row.message == nullptr ? 0x55 : 0, sizeof g_out);
+    const int result =
+        row.message == nullptr ? EXPORT(getVersion)(g_out)
+        : ReadWithMessage(EXPORT(getVersion), std::strcmp(row.message, "busy") == 0
+                                                  ? BusyHandler
+                                                  : Export<decltype(&::PosCancel)>(g_library, row.message));
+    Check(result == static_cast<int>(row.text.size()) &&
+              std::memcmp(g_out, row.text.c_str(), row.text.size() + 1) == 0,
+          Format("getVersion gave %d, \"%.80s\"", result, g_out));
+    Check(row.message != nullptr || std::string(g_out + result + 1, 64) == std::string(64, 0x55),
+          "getVersion wrote past its text and NUL");
 }
 
 // PosExec's "write" of the file= file (forward slashes, so no JSON escaping); the run script
@@ -224,8 +165,10 @@ void RunUpload()
     Check(result == 0, Format("PosExec(%s) gave %d", command.c_str(), result));
 }
 
-// ReaderSelect (twice) hooks winscard.dll; a SCardTransmit pointer taken before and one taken
-// after both reach the terminal's card.
+// ReaderSelect (twice) hooks winscard.dll; the calls bound by name afterwards answer as the
+// virtual reader (one reader as a closed list, T=0, the simulator's 12-byte ATR), an allocated
+// list is refused, and a SCardTransmit pointer taken before and one taken after both reach
+// the terminal's card.
 void RunPcsc()
 {
     HMODULE winscard = LoadLibraryA("winscard.dll");
@@ -233,22 +176,46 @@ void RunPcsc()
     CheckPort();
     Check(EXPORT(ReaderSelect)() == 0 && EXPORT(ReaderSelect)() == 0,
           "ReaderSelect did not give 0");
+#define BIND(name) const auto name = Export<decltype(&::SCard##name)>(winscard, "SCard" #name)
+    BIND(EstablishContext);
+    BIND(ListReadersA);
+    BIND(ConnectA);
+    BIND(StatusA);
+    BIND(Disconnect);
     const auto later = Export<TransmitFn>(winscard, "SCardTransmit");
-    const auto listAllocated = Export<decltype(&::SCardListReadersA)>(winscard, "SCardListReadersA");
-    const std::string answers = CallReader(winscard, [&](SCARDCONTEXT context, SCARDHANDLE card) {
-        LPSTR allocated = nullptr;
-        DWORD count = SCARD_AUTOALLOCATE;
-        Check(listAllocated(context, nullptr, reinterpret_cast<LPSTR>(&allocated), &count) ==
-                      static_cast<LONG>(SCARD_E_INVALID_PARAMETER) && allocated == nullptr,
-              "SCARD_AUTOALLOCATE was not refused");
-        Exchange(early, later, card,
-                 {0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01});
-        const std::string number =
-            Exchange(early, later, card, {0x80, 0xB0, 0x00, 0x04, 0x02, 0x00, 0x0D});
-        Check(number == std::string("1234567890121\x90", 14) + '\0',
-              "the citizen number did not come back");
-    });
-    Check(answers == VirtualReader, "not the virtual reader: " + answers);
+    SCARDCONTEXT context = 0;
+    SCARDHANDLE card = 0;
+    char readers[64];
+    std::memset(readers, 0x55, sizeof readers);
+    DWORD count = sizeof readers, protocol = 0, state = 0, statusProtocol = 0;
+    BYTE atr[64];
+    DWORD atrLength = sizeof atr;
+    const LONG establish = EstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context);
+    const LONG list = ListReadersA(context, nullptr, readers, &count);
+    readers[sizeof readers - 1] = '\0';
+    const LONG connect = ConnectA(context, "NEW6210 Reader Card", SCARD_SHARE_SHARED,
+                                   SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card, &protocol);
+    const LONG status = StatusA(card, nullptr, nullptr, &state, &statusProtocol, atr, &atrLength);
+    LPSTR allocated = nullptr;
+    DWORD allocatedCount = SCARD_AUTOALLOCATE;
+    Check(ListReadersA(context, nullptr, reinterpret_cast<LPSTR>(&allocated), &allocatedCount) ==
+                  static_cast<LONG>(SCARD_E_INVALID_PARAMETER) && allocated == nullptr,
+          "SCARD_AUTOALLOCATE was not refused");
+    Exchange(early, later, card,
+             {0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x00, 0x54, 0x48, 0x00, 0x01});
+    const std::string number = Exchange(early, later, card, {0x80, 0xB0, 0x00, 0x04, 0x02, 0x00, 0x0D});
+    Check(number == std::string("1234567890121\x90", 14) + '\0', "the citizen number did not come back");
+    const LONG disconnect = Disconnect(card, SCARD_LEAVE_CARD);
+    const std::string answers = Format(
+        "establish %lX context %lX, list %lX %lu \"%s\" then %d, connect %lX card %lX protocol %lu, "
+        "status %lX state %lX protocol %lu ATR %lu, disconnect %lX",
+        establish, static_cast<unsigned long>(context), list, count, readers, readers[20],
+        connect, static_cast<unsigned long>(card), protocol, status, state, statusProtocol,
+        atrLength, disconnect);
+    Check(answers ==
+              "establish 0 context 4D2, list 0 19 \"NEW6210 Reader Card\" then 0, connect 0 card "
+              "1234 protocol 1, status 0 state 6 protocol 1 ATR 12, disconnect 0",
+          "not the virtual reader: " + answers);
 }
 
 // --- the platform layer and the COM port driver ---------------------------------------------
@@ -459,7 +426,7 @@ void RunWin32()
 }
 
 const std::pair<std::string, void (*)()> Scenarios[] = {
-    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}, {"busymessage", RunBusyMessage}};
+    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}};
 
 std::function<void()> FindScenario(const std::string& name)
 {
