@@ -2,6 +2,10 @@
 // fake sysfs tree (an integration test cannot put a fake /sys under the library).
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +14,9 @@
 #include <vector>
 
 #include "serial/PortScan.h"
+#include "session/DeviceContext.h"
+#include "support/Config.h"
+#include "support/Log.h"
 
 namespace fs = std::filesystem;
 
@@ -126,11 +133,17 @@ protected:
         char pattern[] = "/tmp/portscan-XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         m_root = pattern;
-        m_sys = m_root / "sys";
-        m_dev = m_root / "dev";
         m_config = m_root / "config";
-        fs::create_directories(m_dev / "serial/by-id");
         fs::create_directories(m_config);
+        Build(m_root / "sys", m_root / "dev");
+    }
+
+    // The tree with its sysfs at `sys` and its /dev at `dev`.
+    void Build(const fs::path& sys, const fs::path& dev)
+    {
+        m_sys = sys;
+        m_dev = dev;
+        fs::create_directories(m_dev / "serial/by-id");
         fs::create_directories(m_sys / "class/tty");
 
         Tty("ttyUSB0", UsbInterface("1-1", "Terminal Port") / "ttyUSB0", "ftdi_sio");
@@ -222,6 +235,52 @@ TEST_F(SysfsScan, MarksPortsByDescriptionDriverAndLink)
     unsigned char untouched[256] = {};
     EXPECT_EQ(Scan(Wanted, untouched), 0);
     EXPECT_EQ(MarksOf(untouched), Marks{}) << "without the tty class no list";
+}
+
+// The start-up's scan through the real walk: a child process mounts the tree over /sys and
+// /dev in a mount namespace of its own (root only). With COM3 linked to ttyACM0 too, two ports
+// match: the lowest wins and is logged; a port the file gives scans nothing.
+TEST_F(SysfsScan, TheStartUpTakesTheLowestMatchingPortUnlessTheFileGivesOne)
+{
+    const std::pair<const char*, int> rows[] = {{R"({"name":"terminal port"})", 3},
+                                                {R"({"port":-1,"name":"terminal port"})", 3},
+                                                {R"({"port":9,"name":"terminal port"})", 9},
+                                                {R"({"name":"Modem"})", 0}};
+    const std::string log = (m_root / "Log").string();
+    for (const auto& [config, port] : rows) {
+        fs::remove_all(log);
+        std::ofstream(m_config / "varnik.json") << config;
+        const pid_t child = fork();
+        if (child == 0) {
+            if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                mount("none", "/sys", "tmpfs", 0, nullptr) != 0 || mount("none", "/dev", "tmpfs", 0, nullptr) != 0)
+                _exit(77);
+            try {
+                for (const char* link : {"COM1", "COM7", "COM8"})
+                    fs::remove(m_config / link);
+                Build("/sys", "/dev");
+                fs::create_symlink("/dev/ttyACM0", m_config / "COM3");
+                LogInit();
+                g_strConfigFolder = m_config.string() + "/";
+                g_strLogFolder = log;
+                g_nLogMode = fs::create_directories(log);
+                LoadConfiguration();
+                _exit(g_context.port);
+            } catch (...) {
+                _exit(99);
+            }
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        if (WEXITSTATUS(status) == 77)
+            GTEST_SKIP() << "no mount namespace here";
+        EXPECT_EQ(WEXITSTATUS(status), port) << config;
+        fs::remove(m_config / "COM3");
+        std::string text;
+        ReadWholeFile(LogFileName(log, CurrentLocalTime()), text);
+        EXPECT_EQ(text.find("\tScan Port ["),
+                  port == 3 ? text.find("\tScan Port [terminal port]: 3\r\n") : std::string::npos) << text;
+    }
 }
 
 }  // namespace
