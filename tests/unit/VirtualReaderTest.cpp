@@ -127,6 +127,7 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
         {"the whole work area", Bytes(big.begin(), big.begin() + 304), {0x02, 0x38, 0x01, 0x30},
          {0x03, 0x09}},
         {"longer than the work area", big, {0x02, 0x38, 0x01, 0x90}, {0x03, 0xA9}},
+        {"no command: the empty text with its NUL", {}, {0x02, 0x38, 0x01, 0x00, 0x00}, {0x03, 0x39}},
     };
     for (const Case& c : cases) {
         uint8_t reply[8] = {0xEE};
@@ -138,11 +139,11 @@ TEST_F(ClosedPort, TransmitFramesTheCommandWithItsLowLengthByte)
         EXPECT_EQ(replyLength, 77u) << c.name;
     }
 
-    // No length: the empty text of the work area goes with its NUL, LL stays 0.
-    const uint8_t unused = 0x41;
+    // A command whose frame does not fit fills txBuffer to its last byte and never past it.
+    const Bytes huge(TxRxCapacity, 0x41);
     DWORD replyLength = 0;
-    SCardTransmit(0, nullptr, &unused, 0, nullptr, nullptr, &replyLength);
-    EXPECT_EQ(SentFrame(), (Bytes{0x02, 0x38, 0x01, 0x00, 0x00, 0x03, 0x39}));
+    SCardTransmit(0, nullptr, huge.data(), static_cast<DWORD>(huge.size()), nullptr, nullptr, &replyLength);
+    EXPECT_EQ(g_context.txLength, TxRxCapacity);
 }
 
 }  // namespace
