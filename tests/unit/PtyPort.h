@@ -68,8 +68,7 @@ public:
     {
         usleep(20000);
         std::vector<uint8_t> bytes(1 << 16);
-        int count = 0;
-        int available = 0;
+        int count = 0, available = 0;
         while (ioctl(m_master, FIONREAD, &available) == 0 && available > 0) {
             int n = static_cast<int>(read(m_master, bytes.data() + count, bytes.size() - count));
             if (n <= 0)

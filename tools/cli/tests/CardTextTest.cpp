@@ -21,7 +21,6 @@ TEST(CardText, TextFunctionsAgainstWorkedValues)
         {Parsed({"00A40400"}), "00 A4 04 00"},
         {Parsed({"00 a4:0", "4"}), "00 A4 04"},  // digits pair across words
         {Parsed({"0"}), "refused"},
-        {Parsed({"0G"}), "refused"},
         {Parsed({"0x12"}), "refused"},
         {Parsed({" : "}), "refused"},
         {Tis620ToUtf8("AZ 09#|"), "AZ 09#|"},

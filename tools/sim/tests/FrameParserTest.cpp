@@ -81,7 +81,6 @@ std::vector<Row> Rows()
         {"file announcement", Frame("39 57 03 00 00 00 78 56 34 12", Text("a"), 0x04),
          "3957|0300000078563412|'a'"},
         {"delete, name behind the check", Wire("02 39 44 03 7D 6F 6C 64 00"), "3944||'old'"},
-        {"delete without a name", Wire("02 39 44 03 7D 00"), "3944||''"},
         {"close APDU, ETX as second code byte", Wire("02 38 03 03 3B"), "3803||-"},
         {"wrong check byte", Wire("02 3B 03 FF"), "3B||- bad"},
         {"CAN outside a frame, stray byte", Wire("18 41 02 34 03 34 18"),
