@@ -47,6 +47,11 @@ public:
     PortOverlapped m_ovRead;
     PortOverlapped m_ovWrite;
     int32_t m_bOpen;
+#if defined(_WIN32)
+    // A byte that WaitInput's one-byte read watch took off the line; Read hands it on first.
+    uint8_t m_watchedByte = 0;
+    bool m_hasWatchedByte = false;
+#endif
 
 private:
     void LogLastError(const char* format);

@@ -20,10 +20,14 @@ constexpr DWORD AllocatedSystemText = 0x1300;  // allocate, from system, ignore 
 constexpr DWORD SystemText = 0x1200;           // from system, ignore inserts
 constexpr DWORD UserDefaultLanguage = 0x400;
 constexpr int ReadErrorTextSize = 128;
-// Some drivers end every EV_RXCHAR watch at once without an event (Wine's, on a pseudo-
-// terminal): then the port is looked at this often instead, until the next Open.
+// What a wait watches for the first byte. Some drivers end every EV_RXCHAR watch at once
+// without an event (Wine's, on a pseudo-terminal, whose modem lines cannot be read): for them
+// a read of one byte that stays pending until the byte comes is the watch. A driver whose
+// one-byte read does not wait either is looked at every WatchlessLookMs instead. Each Open
+// starts again from the event watch.
+enum class Watch { CommEvent, ByteRead, None };
+Watch g_watch = Watch::CommEvent;
 constexpr DWORD WatchlessLookMs = 1;
-bool g_watchUnusable = false;
 // The longest port number whose "\\.\COM%d" name fits the 16-byte name buffer.
 constexpr int LongestNamedPort = 99999999;
 
@@ -170,7 +174,8 @@ int CComPort::OpenPath(const char* device)
 
         if (SetupComm(m_hPort, PortQueueSize, PortQueueSize)) {
             SetCommMask(m_hPort, EV_RXCHAR);  // what WaitInput waits for
-            g_watchUnusable = false;
+            g_watch = Watch::CommEvent;
+            m_hasWatchedByte = false;
             m_bOpen = 1;
             return 1;
         }
@@ -221,14 +226,17 @@ int CComPort::Read(void* buffer, int limit, int room)
     COMSTAT status;
     std::memset(&status, 0, sizeof status);
     ClearCommError(m_hPort, &errors, &status);
-    if (status.cbInQue == 0) {
+    // A byte the wait's read watch took counts as queued, ahead of the rest.
+    const DWORD held = m_hasWatchedByte ? 1 : 0;
+    const long long queued = static_cast<long long>(status.cbInQue) + held;
+    if (queued == 0) {
         return 0;
     }
 
     // A limit of 256 or more is no limit: the whole queue is asked for.
-    long long request = status.cbInQue;
+    long long request = queued;
     if (limit < UnlimitedReadFrom && limit < request) {
-        WriteLog(Format("in que %d", static_cast<int>(status.cbInQue)));
+        WriteLog(Format("in que %d", static_cast<int>(queued)));
         request = limit;
     }
     // Never past the caller's room, whatever is queued.
@@ -239,8 +247,14 @@ int CComPort::Read(void* buffer, int limit, int room)
         return 0;
     }
 
-    DWORD count = static_cast<DWORD>(request);
-    if (ReadFile(m_hPort, buffer, count, &count, &m_ovRead)) {
+    uint8_t* bytes = static_cast<uint8_t*>(buffer);
+    if (held != 0) {
+        bytes[0] = m_watchedByte;
+        m_hasWatchedByte = false;
+    }
+    DWORD count = static_cast<DWORD>(request) - held;
+    if (count == 0 || ReadFile(m_hPort, bytes + held, count, &count, &m_ovRead)) {
+        count += held;
         if (count > 0) {
             WriteLog("<" + BytesToHex(buffer, static_cast<int>(count)));
         }
@@ -257,10 +271,10 @@ int CComPort::Read(void* buffer, int limit, int room)
     // The code taken before the log call: the log's own file work may have replaced the last
     // error, and a pending read must not be left running into the caller's buffer.
     if (code != ERROR_IO_PENDING) {
-        return 0;
+        return static_cast<int>(held);
     }
     DWORD waitResult = WaitForSingleObject(m_ovRead.hEvent, PortWriteWaitMs);
-    return static_cast<int>(FinishPending(m_hPort, m_ovRead, waitResult));
+    return static_cast<int>(held + FinishPending(m_hPort, m_ovRead, waitResult));
 }
 
 namespace {
@@ -312,25 +326,36 @@ PortWait CComPort::WaitInput(int timeoutMs)
     if (!m_bOpen || m_hPort == NullPortHandle) {
         return PortWait::Gone;
     }
-    // The OVERLAPPED and the mask are this frame's: the watch is finished or cancelled below,
-    // on every path, before they go.
+    if (m_hasWatchedByte) {
+        return PortWait::Input;
+    }
+    // The OVERLAPPED and the mask are this frame's, the read watch's byte is the port's: the
+    // watch is finished or cancelled below, on every path, before they go.
     OVERLAPPED watch;
     std::memset(&watch, 0, sizeof watch);
     watch.hEvent = g_waitHandles.watch;
     DWORD events = 0;
+    DWORD taken = 0;
     bool pending = false;
-    if (watch.hEvent != nullptr && !g_watchUnusable) {
+    if (watch.hEvent != nullptr && g_watch != Watch::None) {
         ResetEvent(watch.hEvent);
-        if (WaitCommEvent(m_hPort, &events, &watch)) {
-            if ((events & EV_RXCHAR) != 0) {
+        const bool done = g_watch == Watch::CommEvent
+                              ? WaitCommEvent(m_hPort, &events, &watch) != FALSE
+                              : ReadFile(m_hPort, &m_watchedByte, 1, &taken, &watch) != FALSE;
+        if (done && g_watch == Watch::CommEvent && (events & EV_RXCHAR) != 0) {
+            return PortWait::Input;
+        } else if (done && g_watch == Watch::ByteRead) {
+            if (taken == 1) {
+                m_hasWatchedByte = true;
                 return PortWait::Input;
             }
-        } else if (GetLastError() == ERROR_IO_PENDING) {
+            g_watch = Watch::None;  // a read that does not wait for its byte is no watch
+        } else if (!done && GetLastError() == ERROR_IO_PENDING) {
             pending = true;
-        } else if (DeviceRemoved(GetLastError())) {
+        } else if (!done && DeviceRemoved(GetLastError())) {
             return PortWait::Gone;
-        } else {
-            g_watchUnusable = true;
+        } else if (!done) {
+            g_watch = g_watch == Watch::CommEvent ? Watch::ByteRead : Watch::None;
         }
     }
 
@@ -376,17 +401,21 @@ PortWait CComPort::WaitInput(int timeoutMs)
             CancelWaitableTimer(timer);
         }
         if (pending && woke == WAIT_OBJECT_0) {
-            DWORD ignored = 0;
             pending = false;
-            if (GetOverlappedResult(m_hPort, &watch, &ignored, FALSE) && (events & EV_RXCHAR) != 0) {
+            const bool ok = GetOverlappedResult(m_hPort, &watch, &taken, FALSE) != FALSE;
+            if (ok && g_watch == Watch::ByteRead && taken == 1) {
+                m_hasWatchedByte = true;
                 result = PortWait::Input;
-            } else if (DeviceRemoved(GetLastError())) {
+            } else if (ok && g_watch == Watch::CommEvent && (events & EV_RXCHAR) != 0) {
+                result = PortWait::Input;
+            } else if (!ok && DeviceRemoved(GetLastError())) {
                 result = PortWait::Gone;
             } else if (HasQueuedInput(m_hPort, gone)) {
                 result = PortWait::Input;
             } else {
-                // Ended with no byte and no reason: this driver's watch is of no use.
-                g_watchUnusable = true;
+                // Ended with no byte and no reason: this driver's watch of this kind is of no
+                // use, and the next wait tries the next kind.
+                g_watch = g_watch == Watch::CommEvent ? Watch::ByteRead : Watch::None;
                 result = gone ? PortWait::Gone : PortWait::Wake;
             }
         } else if (woke == WAIT_TIMEOUT ||
@@ -399,11 +428,19 @@ PortWait CComPort::WaitInput(int timeoutMs)
         }
     }
     if (pending) {
-        // A new mask ends a pending watch; CancelIoEx too, where the driver honours it.
-        SetCommMask(m_hPort, EV_RXCHAR);
+        // A new mask ends a pending event watch; CancelIoEx ends either kind, where the driver
+        // honours it. A read watch may have taken its byte all the same: then it is held.
+        if (g_watch == Watch::CommEvent) {
+            SetCommMask(m_hPort, EV_RXCHAR);
+        }
         CancelIoEx(m_hPort, &watch);
-        DWORD ignored = 0;
-        GetOverlappedResult(m_hPort, &watch, &ignored, TRUE);
+        if (GetOverlappedResult(m_hPort, &watch, &taken, TRUE) && g_watch == Watch::ByteRead &&
+            taken == 1) {
+            m_hasWatchedByte = true;
+            if (result == PortWait::Timeout) {
+                result = PortWait::Input;
+            }
+        }
     }
     return result;
 }
@@ -422,6 +459,7 @@ void CComPort::Close()
     CloseHandle(m_hPort);
     m_bOpen = 0;
     m_hPort = NullPortHandle;
+    m_hasWatchedByte = false;
 }
 
 void CComPort::LogLastError(const char* format)
