@@ -133,10 +133,11 @@ scenario_win32() {
 }
 
 # Probe and version read: the probe frame goes out and is acknowledged, the version frame gets
-# the simulator's version text back.
+# the simulator's version text back. The answers come late, so that a wait is under way when
+# their first byte arrives.
 scenario_version() {
   local text="NEW6210 WINE 2.5"  # the text wine_host.exe expects
-  with_simulator --version-text "$text" -- run_host
+  with_simulator --version-text "$text" --delay 100 -- run_host
   expect_bytes "$probe" some "$version" 1 "$can" 0
   expect_log ">02:34:03:34" ">02:3B:03:3B" "check device port $port" \
     "Open Port  was Successful : $port" "<06" "$text" "Close Device was Successful"
