@@ -56,7 +56,7 @@ TEST(Cli, EachCommandAgainstTheSimulator)
         std::string file = "", fileStart = "";  // a file written, and how it starts
     } rows[] = {
         {"probe", "", {}, 3, {NoPort}},
-        {"--help", "", {}, 0, {"110", "1538", "config/varnik.json", "VARNIK_LIBRARY", "--lib"}},
+        {"--help", "", {}, 0, {"110", "1538   no terminal answered", "config/varnik.json", "VARNIK_LIBRARY", "--lib"}},
         {"checkport 7", "", {}, 0, {Answered}, "", "config/varnik.json", Port7},
         {"version", Port7, {"--version-text", "NEW6210 TEST 2.4"}, 0, {"NEW6210 TEST 2.4\n"}},
         {"swipe", Port7, {}, 0,

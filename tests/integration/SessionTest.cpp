@@ -35,6 +35,7 @@ TEST(Session, ProbeAndPortCheckUnderEveryName)
         {"PosSelect", 0, Port7, {}, 0, Probe, Port7, {"Port : 7"}},
         {"PinSelect", 0, Port7, {}, 0, Probe, Port7, {}},
         {"PosSelect", 0, Port7, {"--garbage", "15:41:18"}, 0, Probe, Port7, {"<15"}},
+        {"PosSelect", 0, Port7, {"--reply", "34=15", "--reply", "34=15"}, 1538, Probe + Probe, Port7, {"<15"}},
         {"PosSelect", 0, "", {}, 110, "", "", {"3in1 port not found"}},
         {"PosSelect", 0, "{\"port\":-1}", {}, 110, "", "{\"port\":-1}",
          {"Invalid Handle Value: ", "Open Port Failed : -1"}},
