@@ -337,7 +337,11 @@ PortWait CComPort::WaitInput(int timeoutMs)
     DWORD events = 0;
     DWORD taken = 0;
     bool pending = false;
-    if (watch.hEvent != nullptr && g_watch != Watch::None) {
+    // The short waits inside a reply come once per byte, and a read watch costs such a driver
+    // several calls into the system where a look at the queue costs one: they look instead.
+    const bool lookInstead = g_watch == Watch::ByteRead && timeoutMs >= 0 &&
+                             timeoutMs < static_cast<int>(FineTimeoutBelowMs);
+    if (watch.hEvent != nullptr && g_watch != Watch::None && !lookInstead) {
         ResetEvent(watch.hEvent);
         const bool done = g_watch == Watch::CommEvent
                               ? WaitCommEvent(m_hPort, &events, &watch) != FALSE
