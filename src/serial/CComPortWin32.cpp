@@ -5,6 +5,7 @@
 #include "serial/CComPort.h"
 
 #include <cstring>
+#include <string>
 
 #include "platform/Platform.h"
 #include "support/Format.h"
@@ -24,10 +25,20 @@ constexpr int ReadErrorTextSize = 128;
 // without an event (Wine's, on a pseudo-terminal, whose modem lines cannot be read): for them
 // a read of one byte that stays pending until the byte comes is the watch. A driver whose
 // one-byte read does not wait either is looked at every WatchlessLookMs instead. Each Open
-// starts again from the event watch.
+// starts again from the event watch, unless it failed on that very device before: finding
+// out costs the first wait of every call.
 enum class Watch { CommEvent, ByteRead, None };
 Watch g_watch = Watch::CommEvent;
+std::string g_openDevice, g_eventlessDevice;
 constexpr DWORD WatchlessLookMs = 1;
+
+void GiveUpWatch()
+{
+    if (g_watch == Watch::CommEvent) {
+        g_eventlessDevice = g_openDevice;
+    }
+    g_watch = g_watch == Watch::CommEvent ? Watch::ByteRead : Watch::None;
+}
 // The longest port number whose "\\.\COM%d" name fits the 16-byte name buffer.
 constexpr int LongestNamedPort = 99999999;
 
@@ -174,7 +185,8 @@ int CComPort::OpenPath(const char* device)
 
         if (SetupComm(m_hPort, PortQueueSize, PortQueueSize)) {
             SetCommMask(m_hPort, EV_RXCHAR);  // what WaitInput waits for
-            g_watch = Watch::CommEvent;
+            g_openDevice = device;
+            g_watch = g_openDevice == g_eventlessDevice ? Watch::ByteRead : Watch::CommEvent;
             m_hasWatchedByte = false;
             m_bOpen = 1;
             return 1;
@@ -359,7 +371,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
         } else if (!done && DeviceRemoved(GetLastError())) {
             return PortWait::Gone;
         } else if (!done) {
-            g_watch = g_watch == Watch::CommEvent ? Watch::ByteRead : Watch::None;
+            GiveUpWatch();
         }
     }
 
@@ -419,7 +431,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
             } else {
                 // Ended with no byte and no reason: this driver's watch of this kind is of no
                 // use, and the next wait tries the next kind.
-                g_watch = g_watch == Watch::CommEvent ? Watch::ByteRead : Watch::None;
+                GiveUpWatch();
                 result = gone ? PortWait::Gone : PortWait::Wake;
             }
         } else if (woke == WAIT_TIMEOUT ||
