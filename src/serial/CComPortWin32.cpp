@@ -1,7 +1,7 @@
 // The terminal's COM port on Windows: one handle opened for overlapped I/O and used as if it
 // were synchronous. A read takes what is queued and never waits for more; a write waits at
-// most a second for each piece to leave; a wait watches EV_RXCHAR, the cancel event and the
-// thread's message queue at once.
+// most a second for each piece to leave; a wait watches EV_RXCHAR (or, where the driver cannot,
+// a pending one-byte read), the cancel event and the thread's message queue at once.
 #include "serial/CComPort.h"
 
 #include <cstring>
