@@ -188,17 +188,20 @@ TEST(Commands, EveryCommandAgainstTheLibrarysAnswers)
         Execute(words, row.config, row.cancel, run);
         const std::string what = std::string(row.command) + " -> " + row.out;
         EXPECT_EQ(run.status, row.status) << what;
-        if (row.out.compare(0, 3, "...") == 0)
+        if (row.out.compare(0, 3, "...") == 0) {
             EXPECT_NE(run.out.str().find(row.out.substr(3)), std::string::npos) << run.out.str();
-        else
+        } else {
             EXPECT_EQ(run.out.str(), row.out) << what;
-        if (!row.input.empty())
+        }
+        if (!row.input.empty()) {
             EXPECT_EQ(g.input, row.input) << what;
+        }
         std::string files;
         for (const auto& file : run.written)
             files += file.first + ":" + HexText(file.second, "");
-        if (row.result != 110)
+        if (row.result != 110) {
             EXPECT_EQ(files, row.file) << what;
+        }
     }
     std::filesystem::remove_all(Till);
 }
