@@ -349,23 +349,24 @@ PortWait CComPort::WaitInput(int timeoutMs)
     DWORD events = 0;
     DWORD taken = 0;
     bool pending = false;
+    const Watch kind = g_watch;  // this wait's, whatever it teaches the next one
     // The short waits inside a reply come once per byte, and a read watch costs such a driver
     // several calls into the system where a look at the queue costs one: they look instead.
-    const bool lookInstead = g_watch == Watch::ByteRead && timeoutMs >= 0 &&
+    const bool lookInstead = kind == Watch::ByteRead && timeoutMs >= 0 &&
                              timeoutMs < static_cast<int>(FineTimeoutBelowMs);
-    if (watch.hEvent != nullptr && g_watch != Watch::None && !lookInstead) {
+    if (watch.hEvent != nullptr && kind != Watch::None && !lookInstead) {
         ResetEvent(watch.hEvent);
-        const bool done = g_watch == Watch::CommEvent
+        const bool done = kind == Watch::CommEvent
                               ? WaitCommEvent(m_hPort, &events, &watch) != FALSE
                               : ReadFile(m_hPort, &m_watchedByte, 1, &taken, &watch) != FALSE;
-        if (done && g_watch == Watch::CommEvent && (events & EV_RXCHAR) != 0) {
+        if (done && kind == Watch::CommEvent && (events & EV_RXCHAR) != 0) {
             return PortWait::Input;
-        } else if (done && g_watch == Watch::ByteRead) {
+        } else if (done && kind == Watch::ByteRead) {
             if (taken == 1) {
                 m_hasWatchedByte = true;
                 return PortWait::Input;
             }
-            g_watch = Watch::None;  // a read that does not wait for its byte is no watch
+            GiveUpWatch();  // a read that does not wait for its byte is no watch
         } else if (!done && GetLastError() == ERROR_IO_PENDING) {
             pending = true;
         } else if (!done && DeviceRemoved(GetLastError())) {
@@ -419,10 +420,10 @@ PortWait CComPort::WaitInput(int timeoutMs)
         if (pending && woke == WAIT_OBJECT_0) {
             pending = false;
             const bool ok = GetOverlappedResult(m_hPort, &watch, &taken, FALSE) != FALSE;
-            if (ok && g_watch == Watch::ByteRead && taken == 1) {
+            if (ok && kind == Watch::ByteRead && taken == 1) {
                 m_hasWatchedByte = true;
                 result = PortWait::Input;
-            } else if (ok && g_watch == Watch::CommEvent && (events & EV_RXCHAR) != 0) {
+            } else if (ok && kind == Watch::CommEvent && (events & EV_RXCHAR) != 0) {
                 result = PortWait::Input;
             } else if (!ok && DeviceRemoved(GetLastError())) {
                 result = PortWait::Gone;
@@ -446,11 +447,11 @@ PortWait CComPort::WaitInput(int timeoutMs)
     if (pending) {
         // A new mask ends a pending event watch; CancelIoEx ends either kind, where the driver
         // honours it. A read watch may have taken its byte all the same: then it is held.
-        if (g_watch == Watch::CommEvent) {
+        if (kind == Watch::CommEvent) {
             SetCommMask(m_hPort, EV_RXCHAR);
         }
         CancelIoEx(m_hPort, &watch);
-        if (GetOverlappedResult(m_hPort, &watch, &taken, TRUE) && g_watch == Watch::ByteRead &&
+        if (GetOverlappedResult(m_hPort, &watch, &taken, TRUE) && kind == Watch::ByteRead &&
             taken == 1) {
             m_hasWatchedByte = true;
             if (result == PortWait::Timeout) {
