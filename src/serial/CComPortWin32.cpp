@@ -32,6 +32,20 @@ Watch g_watch = Watch::CommEvent;
 std::string g_openDevice, g_eventlessDevice;
 constexpr DWORD WatchlessLookMs = 1;
 
+// Each kind of watch is logged the first time a wait of an Open uses it, where debug.json asks
+// for it: the Wine tests run the event watch and the read watch and must see which one ran.
+bool g_watchLogged[3];
+
+void NoteWatch(Watch kind)
+{
+    static const char* const Names[] = {"event", "read", "look"};
+    const int index = static_cast<int>(kind);
+    if (g_nWaitTrace != 0 && !g_watchLogged[index]) {
+        g_watchLogged[index] = true;
+        WriteLog(Format("Wait watch: %s", Names[index]));
+    }
+}
+
 void GiveUpWatch()
 {
     if (g_watch == Watch::CommEvent) {
@@ -188,6 +202,7 @@ int CComPort::OpenPath(const char* device)
             g_openDevice = device;
             g_watch = g_openDevice == g_eventlessDevice ? Watch::ByteRead : Watch::CommEvent;
             m_hasWatchedByte = false;
+            std::memset(g_watchLogged, 0, sizeof g_watchLogged);
             m_bOpen = 1;
             return 1;
         }
@@ -355,6 +370,7 @@ PortWait CComPort::WaitInput(int timeoutMs)
     const bool lookInstead = kind == Watch::ByteRead && timeoutMs >= 0 &&
                              timeoutMs < static_cast<int>(FineTimeoutBelowMs);
     if (watch.hEvent != nullptr && kind != Watch::None && !lookInstead) {
+        NoteWatch(kind);
         ResetEvent(watch.hEvent);
         const bool done = kind == Watch::CommEvent
                               ? WaitCommEvent(m_hPort, &events, &watch) != FALSE
@@ -394,6 +410,9 @@ PortWait CComPort::WaitInput(int timeoutMs)
             watched[count++] = wake;
         }
         DWORD waitMs = timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs);
+        if (kind == Watch::None) {
+            NoteWatch(kind);
+        }
         if (!pending && waitMs > WatchlessLookMs) {
             waitMs = WatchlessLookMs;
         } else if (wake == nullptr && waitMs > WakelessWaitMs) {

@@ -45,8 +45,12 @@ void ReadLogSwitch()
 {
     CkJsonObject json;
     std::string path = Format("%sdebug.json", g_strConfigFolder.c_str());
-    if (json.LoadFile(path.c_str()) && json.HasMember("mode"))
+    if (!json.LoadFile(path.c_str()))
+        return;
+    if (json.HasMember("mode"))
         g_nLogMode = json.IntOf("mode");
+    if (json.HasMember("waits"))
+        g_nWaitTrace = json.IntOf("waits");
 }
 
 void LoadConfiguration()

@@ -11,6 +11,7 @@ std::string g_strConfigFolder;
 std::string g_strDataFolder;
 std::string g_strLogFolder;
 int g_nLogMode = 0;
+int g_nWaitTrace = 0;
 
 std::string GetModuleFolder(std::string& stem)
 {

@@ -12,6 +12,9 @@ extern std::string g_strConfigFolder;  // g_strModuleFolder + "config/"
 extern std::string g_strDataFolder;    // g_strModuleFolder + g_strModuleName
 extern std::string g_strLogFolder;     // g_strModuleFolder + "Log/" + g_strModuleName
 extern int g_nLogMode;                 // 0: off, anything else: on
+// debug.json's "waits": when non-zero (and the log is on) the port logs which kind of watch its
+// waits use, so that a test can tell the event wait from its fall-backs. Off for users.
+extern int g_nWaitTrace;
 
 // Sets the folder strings and reads the log switch, once per process.
 void LogInit();

@@ -1,8 +1,8 @@
-// The POSIX line as the driver leaves it: raw 921600 8N1 without flow control, read back
-// from the device; exclusive while open and free after; and no descriptor kept by an open that
-// failed.
+// The POSIX line as the driver leaves it: raw 921600 8N1 without flow control; exclusive while
+// open and free after; and no descriptor kept by an open that failed.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <termios.h>
 
@@ -10,6 +10,18 @@
 
 #include "PtyPort.h"
 #include "serial/CComPort.h"
+
+// A pseudo-terminal keeps 8 data bits and no parity whatever it is asked for, so the settings
+// are taken as the driver hands them over, on their way to the real call.
+termios g_asked{};
+
+extern "C" int tcsetattr(int fd, int action, const termios* settings)
+{
+    using Real = int (*)(int, int, const termios*);
+    static const Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "tcsetattr"));
+    g_asked = *settings;
+    return real(fd, action, settings);
+}
 
 namespace {
 
@@ -24,10 +36,16 @@ int FreeDescriptor()
 TEST(Line, OpenLeavesARaw921600LineWithoutFlowControl)
 {
     PtyPort line;
+    // Every setting starts wrong, so that what the open leaves is what it set.
+    termios wrong{};
+    ASSERT_EQ(tcgetattr(line.Slave(), &wrong), 0);
+    wrong.c_cflag |= CSTOPB | CRTSCTS;
+    wrong.c_iflag |= IXON | IXOFF;
+    cfsetspeed(&wrong, B9600);
+    ASSERT_EQ(tcsetattr(line.Slave(), TCSANOW, &wrong), 0);
     CComPort port;
     ASSERT_EQ(port.Open(PtyPort::Number), 1);
-    termios settings{};
-    ASSERT_EQ(tcgetattr(port.m_hPort, &settings), 0);
+    termios settings = g_asked;
     const struct {
         const char* what;
         bool holds;

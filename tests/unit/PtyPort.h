@@ -63,6 +63,7 @@ public:
     }
 
     int Master() const { return m_master; }
+    int Slave() const { return m_slave; }
     void Send(const std::vector<uint8_t>& bytes) { (void)!write(m_master, bytes.data(), bytes.size()); }
     std::vector<uint8_t> Receive()
     {

@@ -131,27 +131,59 @@ struct TextRead {
     std::string text;
 };
 
+// "thread" cancels from another thread while the call waits. The silence rows time the end of
+// a reply: the simulator pauses 2 ms after its first 4 bytes ("silence"), which must not end
+// it, or 15 ms ("gap"), which must: the 5 ms rule, with 10 ms for the timer to be late.
 const TextRead TextReads[] = {
     {"version", nullptr, "NEW6210 WINE 2.5"},  // the simulator's --version-text
     {"cancel", "PosCancel", "\x18"},
+    {"threadcancel", "thread", "\x18"},
     {"busymessage", "busy", "NEW6210 SIM 1.0"},
+    {"silence", nullptr, "NEW6210 SIM 1.0"},
+    {"gap", nullptr, "\x02NEW"},
 };
+
+DWORD WINAPI CancelLater(void* cancel)
+{
+    Sleep(300);
+    g_cancelResult = reinterpret_cast<decltype(&::PosCancel)>(cancel)();
+    return 0;
+}
 
 void RunTextRead(const TextRead& row)
 {
     CheckPort();
     Check(EXPORT(PosSelect)() == 0, "PosSelect did not give 0");
     std::memset(g_out, row.message == nullptr ? 0x55 : 0, sizeof g_out);
+    HANDLE canceller = nullptr;
+    if (row.message != nullptr && std::strcmp(row.message, "thread") == 0)
+        canceller = CreateThread(nullptr, 0, CancelLater, reinterpret_cast<void*>(EXPORT(PosCancel)),
+                                 0, nullptr);
     const int result =
-        row.message == nullptr ? EXPORT(getVersion)(g_out)
+        row.message == nullptr || canceller != nullptr ? EXPORT(getVersion)(g_out)
         : ReadWithMessage(EXPORT(getVersion), std::strcmp(row.message, "busy") == 0
                                                   ? BusyHandler
                                                   : Export<decltype(&::PosCancel)>(g_library, row.message));
+    if (canceller != nullptr) {
+        WaitForSingleObject(canceller, INFINITE);
+        CloseHandle(canceller);
+        Check(g_cancelResult == 0, "PosCancel from the other thread did not give 0");
+    }
     Check(result == static_cast<int>(row.text.size()) &&
               std::memcmp(g_out, row.text.c_str(), row.text.size() + 1) == 0,
           Format("getVersion gave %d, \"%.80s\"", result, g_out));
     Check(row.message != nullptr || std::string(g_out + result + 1, 64) == std::string(64, 0x55),
           "getVersion wrote past its text and NUL");
+}
+
+// The terminal is unplugged while getVersion waits (the run script closes its line and removes
+// its link): the call ends, and the next one finds no port.
+void RunUnplug()
+{
+    CheckPort();
+    EXPORT(getVersion)(g_out);
+    const int again = EXPORT(getVersion)(g_out);
+    Check(again == 110, Format("getVersion after the unplug gave %d, not 110", again));
 }
 
 // PosExec's "write" of the file= file (forward slashes, so no JSON escaping); the run script
@@ -334,6 +366,13 @@ void CheckDriver()
     g_com.m_nHold = 3;
     step(g_com.Open(g_port));
     step(g_com.m_nHold + 10 * (g_com.m_hPort == handle));
+    // The line as the port reports it (the run preloads a UART's keeping of data bits and
+    // parity into the pty), then as the far end sees it.
+    DCB line = {};
+    line.DCBlength = sizeof line;
+    GetCommState(g_com.m_hPort, &line);
+    trace += Format("%lu %u%c%c %d%d%d; ", line.BaudRate, line.ByteSize, "NOEMS?"[line.Parity % 6],
+                    "1?2"[line.StopBits % 3], line.fOutxCtsFlow, line.fOutX, line.fInX);
     Command('B', 0);
     trace += ReadExactly(6) + "; ";
 
@@ -379,7 +418,7 @@ void CheckDriver()
     for (int number : {-1, 250, 999999999, std::atoi(g_settings["null"].c_str())})
         step(fresh.Open(number) + 10 * fresh.m_bOpen);
     const std::string expected =
-        "1 ; 1 ; 10 ; 42:00:10:0E:00:01; "
+        "1 ; 1 ; 10 ; 921600 8N1 000; 42:00:10:0E:00:01; "
         "0 ; 1 in que 5/<01(1)/; 4 <02:03:04(4)/; "
         "255 in que 600/<01:02:03(255)/; 345 <05:06:07(345)/; 5 ; "
         "10 <01:02:03(10)/; 238 ; 0 ; 190 <0B:0C:0D(190)/; "
@@ -426,7 +465,7 @@ void RunWin32()
 }
 
 const std::pair<std::string, void (*)()> Scenarios[] = {
-    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}};
+    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}, {"unplug", RunUnplug}};
 
 std::function<void()> FindScenario(const std::string& name)
 {

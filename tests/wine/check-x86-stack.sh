@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Static check of the x86 Varnik.dll, which can't run here (no 32-bit Wine): a __stdcall (or
+# Static check of the x86 Varnik.dll, beside its runs under wine32: a __stdcall (or
 # __thiscall) routine pops its own arguments, and a wrong count corrupts the host's stack only
 # when it runs. So every exported routine must end each of its paths with "ret 4*argc" ("ret"
 # alone for none), the count taken from the @N of the .def file's target (the CBrelmat

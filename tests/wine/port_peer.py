@@ -24,7 +24,7 @@ SPEEDS = {getattr(termios, name): int(name[1:]) for name in dir(termios)
 
 def line_state(fd):
     iflag, _, cflag, _, ispeed, _, _ = termios.tcgetattr(fd)
-    flags = sum(bit for bit, on in ((1, cflag & termios.CSIZE == termios.CS8),
+    flags = sum(bit for bit, on in ((1, (cflag & termios.CSIZE) == termios.CS8),
                                     (2, cflag & termios.PARENB), (4, cflag & termios.CSTOPB),
                                     (8, cflag & termios.CRTSCTS),
                                     (16, iflag & (termios.IXON | termios.IXOFF))) if on)
@@ -34,6 +34,13 @@ def line_state(fd):
 def main():
     master, slave = pty.openpty()  # the slave stays open: no hang-up when Wine closes it
     tty.setraw(master)
+    # Every setting starts wrong (9600 baud, 5 data bits, odd parity, two stop bits, both kinds
+    # of flow control), so that 'B' shows what the host's open set, not what was there.
+    iflag, oflag, cflag, lflag, _, _, cc = termios.tcgetattr(slave)
+    cflag = (cflag & ~termios.CSIZE) | termios.CS5 | termios.PARENB | termios.PARODD | \
+        termios.CSTOPB | termios.CRTSCTS
+    termios.tcsetattr(slave, termios.TCSANOW, [iflag | termios.IXON | termios.IXOFF, oflag,
+                                               cflag, lflag, termios.B9600, termios.B9600, cc])
     if os.path.lexists(sys.argv[1]):
         os.unlink(sys.argv[1])
     os.symlink(os.ttyname(slave), sys.argv[1])

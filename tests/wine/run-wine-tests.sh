@@ -4,27 +4,46 @@
 # a scripted peer), wine_host.exe's scenario of that name against it, and checks of what
 # reached the far end and of the library's log.
 #
-#   run-wine-tests.sh WINE64 Varnik.dll wine_host.exe new6210-sim [--keep] [scenario ...]
+#   run-wine-tests.sh WINE Varnik.dll wine_host.exe new6210-sim PTY_MODEM WAIT [--keep] [scenario ...]
 #
-# With no scenario names, all of them run. --keep leaves the work folder for a look afterwards.
+# WINE is the loader of the DLL's kind: wine64 for the x64 build, wine (wine32) for the x86 one,
+# each in a prefix of its own kind. PTY_MODEM is the preload that makes the pty behave as a UART
+# (pty_modem.so; a path with $LIB, so that 32- and 64-bit processes each find their build). WAIT
+# is the port wait that the library must use: "event" (WaitCommEvent, which needs the preload's
+# modem lines) or "read" (the one-byte read watch that the library falls back to where the event
+# watch ends at once, as it does on a bare pty). The log must show that wait and no other. With
+# no scenario names, all of them run. --keep leaves the work folder for a look afterwards.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
-wine="$1" dll="$2" host="$3" sim="$4" keep=0
-shift 4
+wine="$1" dll="$2" host="$3" sim="$4" preload="$5" wait_kind="$6" keep=0
+shift 6
 [ "${1:-}" != --keep ] || { keep=1; shift; }
 scenarios=("$@")
-[ ${#scenarios[@]} -gt 0 ] || scenarios=(win32 version cancel busymessage pcsc upload)
+[ ${#scenarios[@]} -gt 0 ] ||
+  scenarios=(win32 version cancel threadcancel busymessage silence gap unplug pcsc upload)
 for file in "$wine" "$dll" "$host" "$sim"; do
   [ -f "$file" ] || { echo "missing: '$file'" >&2; exit 2; }
 done
-wineserver=$(command -v wineserver || echo "$(dirname "$wine")/wineserver")
+case "$wait_kind" in
+  event) modem_lines=1 ;;
+  read) modem_lines=0 ;;
+  *) echo "WAIT must be event or read, not '$wait_kind'" >&2; exit 2 ;;
+esac
+wineserver="$(dirname "$wine")/wineserver"
+[ -x "$wineserver" ] || wineserver=$(command -v wineserver)
+arch=win64
+[ "$(basename "$wine")" = wine64 ] || arch=win32
 
 port=7
 work=$(mktemp -d "${TMPDIR:-/tmp}/varnik-wine.XXXXXX")
-export WINEPREFIX="$work/prefix" WINEDEBUG=-all WINEARCH=win64
+export WINEPREFIX="$work/prefix" WINEDEBUG=${WINEDEBUG:--all} WINEARCH=$arch
 # No Mono or Gecko download prompts in a fresh prefix.
 export WINEDLLOVERRIDES="mscoree,mshtml="
+# Wine's own processes alone get the preload: the far ends read their pty as it is.
+run_wine() {
+  LD_PRELOAD="$preload" PTY_MODEM_LINES=$modem_lines "$wine" "$@"
+}
 line_end_pid="" failures=0
 
 stop_line_end() {
@@ -43,9 +62,9 @@ fail() {
 }
 
 echo "== wine prefix in $WINEPREFIX"
-"$wine" wineboot.exe -i >"$work/wineboot.log" 2>&1 || { cat "$work/wineboot.log"; exit 1; }
+run_wine wineboot.exe -i >"$work/wineboot.log" 2>&1 || { cat "$work/wineboot.log"; exit 1; }
 # No X display here: Wine's null graphics driver lets the host create its (hidden) window.
-"$wine" reg.exe add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >>"$work/wineboot.log" 2>&1
+run_wine reg.exe add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >>"$work/wineboot.log" 2>&1
 "$wineserver" -w
 
 # The library's folder: Varnik.dll, wine_host.exe and a config folder whose debug.json turns
@@ -54,7 +73,7 @@ app="$work/app"
 mkdir -p "$app/config"
 cp "$dll" "$app/Varnik.dll"
 cp "$host" "$app/wine_host.exe"
-printf '{"mode":1}' >"$app/config/debug.json"
+printf '{"mode":1,"waits":1}' >"$app/config/debug.json"
 
 # Starts a program that serves a pseudo-terminal. Its first line on standard output names the
 # pty: from then on it listens.
@@ -68,7 +87,8 @@ start_line_end() {
 
 # Runs the command after "--" with the simulator linked as COM$port, given the options before
 # it. What the simulator received goes to $bytes as "<02><34>...", so that counting a sequence
-# can't straddle two bytes.
+# can't straddle two bytes. Scenarios give the simulator a --delay where every answer would
+# otherwise come before the wait that watches for it.
 bytes=""
 with_simulator() {
   local record="$work/$scenario.rec" options=()
@@ -112,7 +132,8 @@ expect_log() {
 run_host() {
   local folder="$app" status=0
   rm -f "$folder"/Log/*/*.log
-  (cd "$folder" && timeout 120 "$wine" "$folder/wine_host.exe" "$scenario" "$port" "$@") 2>&1 |
+  (cd "$folder" && timeout 120 env LD_PRELOAD="$preload" PTY_MODEM_LINES=$modem_lines \
+    "$wine" "$folder/wine_host.exe" "$scenario" "$port" "$@") 2>&1 |
     sed 's/^/  | /' || status=$?
   cat "$folder"/Log/*/*.log >"$work/$scenario.log" 2>/dev/null || true
   [ "$status" -eq 0 ] || fail "wine_host.exe exited with $status (124: took over 120 s)"
@@ -146,22 +167,59 @@ scenario_version() {
 # Cancel from a window message that the library's own wait dispatches: the simulator holds the
 # version reply until it sees CAN, gets exactly one, and answers with CAN.
 scenario_cancel() {
-  with_simulator --hold 3B -- run_host
+  with_simulator --hold 3B --delay 20 -- run_host
   expect_bytes "$version" 1 "$can" 1
   expect_log "Pos Cancel " ">18" "<18"
 }
 
+# The same cancel from another thread of the host.
+scenario_threadcancel() {
+  scenario_cancel
+}
+
+# The end of a reply is 5 ms of silence: a 2 ms pause inside the version reply does not end it,
+# a 15 ms one does (the rest comes too late and is drained by the next open).
+scenario_silence() {
+  with_simulator --split 4:2 --delay 20 -- run_host
+  expect_bytes "$version" 1 "$can" 0
+}
+scenario_gap() {
+  with_simulator --split 4:15 --delay 20 -- run_host
+  expect_bytes "$version" 1 "$can" 0
+  expect_log "<02:4E:45:57"
+}
+
+# The terminal is unplugged while getVersion waits for its reply: once the version request has
+# come in, the simulator ends, which closes its pty and removes the COM link. The call ends and
+# says so, and the next call finds no port.
+scenario_unplug() {
+  local record="$work/$scenario.rec"
+  start_line_end "$sim" --link "$WINEPREFIX/dosdevices/com$port" --record "$record" --quiet \
+    --hold 3B
+  (until od -An -v -tx1 "$record" 2>/dev/null | tr -d ' \n' | grep -q 023b033b; do
+     sleep 0.1
+   done
+   sleep 0.5
+   kill "$line_end_pid") &
+  local unplugger=$!
+  run_host
+  kill "$unplugger" 2>/dev/null || true
+  stop_line_end
+  expect_log "Com port lost"
+}
+
 # A message dispatched by the wait keeps the host busy while the version reply arrives: the
-# reply is read whole afterwards, and no CAN goes out.
+# reply is read whole afterwards, and no CAN goes out. The answers come 50 ms late, so that the
+# probes wait.
 scenario_busymessage() {
-  with_simulator -- run_host
+  with_simulator --delay 50 -- run_host
   expect_bytes "$version" 1 "$can" 0
 }
 
 # The card slot as a Windows host's PC/SC reader: ReaderSelect hooks winscard.dll, and the Thai
 # ID card's citizen number comes through SCardTransmit, also through a pointer taken before.
 scenario_pcsc() {
-  with_simulator -- run_host
+  with_simulator --delay 20 -- run_host
   expect_bytes "$open_apdu" 1 "$close_apdu" 1 \
     "02 38 01 0D 00 A4 04 00 08 A0 00 00 00 54 48 00 01 03 21" 1
   expect_log "Redirection WinCard completed" "-> Found readers: NEW6210 Reader Card" \
@@ -183,6 +241,17 @@ for scenario in "${scenarios[@]}"; do
   echo "== $scenario"
   before=$failures
   if declare -F "scenario_$scenario" >/dev/null; then "scenario_$scenario"; else fail "no such scenario"; fi
+  # Every wait that the library ran is of the kind asked for ("Wait watch: ..." lines, which
+  # debug.json's "waits" turns on). The fall-back starts once from the event watch, the first
+  # time the process opens the port, and gives it up. The driver scenario makes no library wait.
+  if [ "$scenario" != win32 ]; then
+    waits=$(log_text | grep -x 'Wait watch: .*' | sed 's/^Wait watch: //' | sort | uniq -c |
+      tr -s ' ' | tr '\n' ',' || true)
+    case "$wait_kind:$waits" in
+      "event: "*" event,"|"read: "*" read,"|"read: 1 event, "*" read,") ;;
+      *) fail "the waits that ran (count kind): ${waits:-none}; asked for: $wait_kind" ;;
+    esac
+  fi
   if [ "$failures" -eq "$before" ]; then
     echo "PASS: $scenario"
   else
@@ -191,4 +260,4 @@ for scenario in "${scenarios[@]}"; do
   fi
 done
 [ "$failures" -eq 0 ] || { echo "$failures check(s) failed"; exit 1; }
-echo "all Wine scenarios passed"
+echo "all Wine scenarios passed ($arch, $wait_kind wait)"
