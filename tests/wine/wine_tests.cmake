@@ -56,8 +56,8 @@ foreach(bits IN ITEMS 64 32)
     add_custom_command(OUTPUT "${output}"
       COMMAND ${CMAKE_COMMAND} -E make_directory "${varnik_pty_modem_dir}/lib/${multiarch}"
       COMMAND ${CMAKE_C_COMPILER} -m${bits} -shared -fPIC -O2 -Wall -o "${output}"
-              ${CMAKE_CURRENT_LIST_DIR}/pty_modem.c -ldl
-      DEPENDS ${CMAKE_CURRENT_LIST_DIR}/pty_modem.c VERBATIM)
+              ${PROJECT_SOURCE_DIR}/tools/wine/pty_modem.c -ldl
+      DEPENDS ${PROJECT_SOURCE_DIR}/tools/wine/pty_modem.c VERBATIM)
     list(APPEND varnik_pty_modem_builds "${output}")
     set(varnik_pty_modem_${bits} ON)
   endif()

@@ -1,5 +1,12 @@
 /* pty_modem.so: preloaded into Wine's processes so that a pseudo-terminal behaves as a UART in
- * the two ways a serial port driver can tell:
+ * the two ways a serial port driver can tell. With it, a Windows POS application under Wine
+ * talks to the simulator (or any pty) through COMn as it would through a real port:
+ *
+ *   cc -shared -fPIC -O2 -o DIR/lib/x86_64-linux-gnu/pty_modem.so pty_modem.c -ldl
+ *   cc -m32 -shared -fPIC -O2 -o DIR/lib/i386-linux-gnu/pty_modem.so pty_modem.c -ldl
+ *   LD_PRELOAD='DIR/$LIB/pty_modem.so' wine app.exe
+ *
+ * ($LIB picks the build of each process's word size: Wine's 32-bit processes need their own.)
  *
  * - Modem lines. Wine's serial wait (WaitCommEvent) reads the modem lines and the interrupt
  *   counters on every wake and ends the wait as cancelled when it cannot: on a pty both requests
@@ -11,9 +18,6 @@
  * - Line settings. A pty forces 8 data bits and no parity whatever it is asked for; here it
  *   keeps the character size and parity last set, so that GetCommState shows what the port was
  *   opened with.
- *
- * Built for 64 and 32 bits: Wine's 32-bit processes load the 32-bit one (the loader skips the
- * build of the wrong class).
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
