@@ -25,6 +25,8 @@
 #include "support/Log.h"
 #include "varnik.h"
 
+void RunPortScan();  // PortScanScenario.cpp
+
 namespace {
 
 int g_port = 0;
@@ -465,7 +467,8 @@ void RunWin32()
 }
 
 const std::pair<std::string, void (*)()> Scenarios[] = {
-    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}, {"unplug", RunUnplug}};
+    {"pcsc", RunPcsc}, {"win32", RunWin32}, {"upload", RunUpload}, {"unplug", RunUnplug},
+    {"portscan", RunPortScan}};
 
 std::function<void()> FindScenario(const std::string& name)
 {

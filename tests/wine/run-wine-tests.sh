@@ -21,7 +21,7 @@ shift 6
 [ "${1:-}" != --keep ] || { keep=1; shift; }
 scenarios=("$@")
 [ ${#scenarios[@]} -gt 0 ] ||
-  scenarios=(win32 version cancel threadcancel busymessage silence gap unplug pcsc upload)
+  scenarios=(win32 version cancel threadcancel busymessage silence gap unplug pcsc upload portscan)
 for file in "$wine" "$dll" "$host" "$sim"; do
   [ -f "$file" ] || { echo "missing: '$file'" >&2; exit 2; }
 done
@@ -235,6 +235,18 @@ scenario_upload() {
   grep -qP '^stored\tupload\.bin\t1048576\t' "$work/upload.rec.files" ||
     fail "the terminal did not store upload.bin whole"
   expect_log "update completed"
+}
+
+# Port discovery: wine_host.exe registers COM port nodes through SetupAPI, two of them with the
+# description that varnik.json names (COM7 and COM9); the library's first call finds COM7 and
+# reaches the simulator there. The file goes again, so that no later scenario scans.
+scenario_portscan() {
+  local name="NEW6210 USB Serial Port"  # the description wine_host.exe registers
+  printf '{"port":0,"name":"%s"}' "$name" >"$app/config/varnik.json"
+  with_simulator --delay 20 -- run_host
+  rm -f "$app/config/varnik.json"
+  expect_bytes "$probe" some "$version" 1
+  expect_log "Scan Port [$name]: $port"
 }
 
 for scenario in "${scenarios[@]}"; do
