@@ -8,6 +8,7 @@
 #include "cards/PinPad.h"
 #include "commands/Commands.h"
 #include "commands/FileTransfer.h"
+#include "platform/Platform.h"
 #include "session/Frame.h"
 #include "support/Config.h"
 #include "support/Format.h"
@@ -15,20 +16,18 @@
 
 namespace {
 
-// Reads the host file whole into imageBuffer with a NUL behind it. -2 if it can't be opened
-// or does not fit, else 0.
+// Reads the host file whole into imageBuffer with a NUL behind it. -2 if it can't be opened,
+// is no plain file (a pipe would keep the call waiting) or does not fit, else 0.
 int ReadRequestFile(const std::string& path)
 {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    uint64_t length = 0;
+    std::FILE* file = OpenPlainFile(path, length);
     if (file == nullptr)
         return -2;
-    std::fseek(file, 0, SEEK_END);
-    long length = std::ftell(file);
-    std::fseek(file, 0, SEEK_SET);
-    if (length < 0 || length > ImageBufferSize - 1) {
+    if (length > static_cast<uint64_t>(ImageBufferSize - 1)) {
         std::fclose(file);
-        WriteLog(Format("script file [%s] of %ld bytes does not fit the %d-byte request buffer.",
-                        path.c_str(), length, ImageBufferSize));
+        WriteLog(Format("script file [%s] of %llu bytes does not fit the %d-byte request buffer.",
+                        path.c_str(), static_cast<unsigned long long>(length), ImageBufferSize));
         return -2;
     }
     size_t count = std::fread(imageBuffer, 1, static_cast<size_t>(length), file);

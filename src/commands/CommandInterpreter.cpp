@@ -125,13 +125,18 @@ bool RunFile(DeviceContext& context, char* out, std::string& word, int& result)
     return false;
 }
 
-int RunUpload(DeviceContext& context)
+// A cancel leaves in `out` the files stored before it, one a line: no more than the folder's
+// announcement, which fits one frame, as a list reply does.
+int RunUpload(DeviceContext& context, char* out)
 {
     CkJsonObject& json = context.scriptDocument.json;
     std::string input = json.HasMember("input") ? MemberText(json, "input") : DefaultUploadFolder;
     // The module folder ends in its separator; the name is appended with none between.
     std::string folder = g_strModuleFolder + input;
-    return UploadFolder(folder.c_str());
+    std::string stored;
+    int result = UploadFolder(folder.c_str(), &stored);
+    std::memcpy(out, stored.c_str(), stored.size() + 1);
+    return result;
 }
 
 }  // namespace
@@ -178,7 +183,7 @@ int RunCommand(char* out, const char* command)
             return result;
     }
     if (EqualNoCase(word, "UPLOAD"))
-        return RunUpload(context);
+        return RunUpload(context, out);
     if (EqualNoCase(word, "PINPAD"))
         return SendPinpadScript(out, command);  // the caller's own text, not the parsed document
     return 0;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -62,9 +63,13 @@ std::vector<std::string> ListFolderFiles(const std::string& folder);
 // order the system gives, "." and ".." left out. Empty if the folder can't be searched.
 struct FolderEntry {
     std::string name;
-    bool folder;
+    bool folder;  // a folder, or a link that leads to one
+    bool link;    // a symbolic link or junction: a walk that enters it may meet itself again
 };
 std::vector<FolderEntry> SearchFolder(const std::string& folder);
+// Opens a plain file for binary reading, and gives its length: null for anything else (a
+// folder, a device, a pipe; a pipe is never waited on for a writer) or if it can't be opened.
+std::FILE* OpenPlainFile(const std::string& path, uint64_t& size);
 
 // --- text ------------------------------------------------------------------------------
 

@@ -196,16 +196,42 @@ std::vector<FolderEntry> SearchFolder(const std::string& folder)
         std::string name = entry->d_name;
         if (name == "." || name == "..")
             continue;
+        const std::string path = folder + "/" + name;
         bool isFolder = entry->d_type == DT_DIR;
-        if (entry->d_type == DT_UNKNOWN || entry->d_type == DT_LNK) {
+        bool isLink = entry->d_type == DT_LNK;
+        if (entry->d_type == DT_UNKNOWN) {
+            struct stat info{};
+            isLink = lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+        }
+        if (entry->d_type == DT_UNKNOWN || isLink) {
             // As FindFirstFileA does, a link counts as what it leads to.
             struct stat info{};
-            isFolder = stat((folder + "/" + name).c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+            isFolder = stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
         }
-        entries.push_back(FolderEntry{name, isFolder});
+        entries.push_back(FolderEntry{name, isFolder, isLink});
     }
     closedir(dir);
     return entries;
+}
+
+std::FILE* OpenPlainFile(const std::string& path, uint64_t& size)
+{
+    // Without O_NONBLOCK the open of a pipe would wait for a writer.
+    int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return nullptr;
+    struct stat info{};
+    int flags = fcntl(fd, F_GETFL);
+    std::FILE* file = nullptr;
+    if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && flags >= 0 &&
+        fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0)
+        file = fdopen(fd, "rb");
+    if (file == nullptr) {
+        close(fd);
+        return nullptr;
+    }
+    size = static_cast<uint64_t>(info.st_size);
+    return file;
 }
 
 std::string Utf8ToAnsi(const std::string& text) { return text; }

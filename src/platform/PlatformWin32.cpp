@@ -2,6 +2,9 @@
 // the library handles is a narrow zero-terminated one.
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
+
 #include "platform/Platform.h"
 
 // --- waiting -----------------------------------------------------------------------------
@@ -228,12 +231,46 @@ std::vector<FolderEntry> SearchFolder(const std::string& folder)
     }
     do {
         std::string name = found.cFileName;
+        // dwReserved0 holds the reparse tag; other reparse points (a cloud placeholder, say)
+        // are the folders or files they stand for.
+        const bool link = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+                          (found.dwReserved0 == IO_REPARSE_TAG_SYMLINK ||
+                           found.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT);
         if (name != "." && name != "..") {
-            entries.push_back(FolderEntry{name, (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+            entries.push_back(
+                FolderEntry{name, (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, link});
         }
     } while (FindNextFileA(search, &found));
     FindClose(search);
     return entries;
+}
+
+std::FILE* OpenPlainFile(const std::string& path, uint64_t& size)
+{
+    // Shared for writing as fopen shares, so that a file being written (the log) can be sent.
+    HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return nullptr;
+    }
+    BY_HANDLE_FILE_INFORMATION info;
+    LARGE_INTEGER length;
+    int fd = -1;
+    if (GetFileType(handle) == FILE_TYPE_DISK && GetFileInformationByHandle(handle, &info) &&
+        (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 && GetFileSizeEx(handle, &length)) {
+        fd = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_RDONLY | _O_BINARY);
+    }
+    if (fd < 0) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    std::FILE* file = _fdopen(fd, "rb");
+    if (file == nullptr) {
+        _close(fd);  // closes the handle too
+        return nullptr;
+    }
+    size = static_cast<uint64_t>(length.QuadPart);
+    return file;
 }
 
 // --- text ------------------------------------------------------------------------------

@@ -79,11 +79,18 @@ int CComPort::OpenPath(const char* device)
     return 1;
 }
 
-// Waits up to `waitMs` for the line to take more bytes.
+// Waits up to `waitMs` for the line to take more bytes. A signal (a host's Ctrl-C) cuts the
+// poll short; the wait goes on for what is left, or the bytes of a stream would be lost.
 static bool WaitWritable(int fd, int waitMs)
 {
-    pollfd ready{fd, POLLOUT, 0};
-    return poll(&ready, 1, waitMs) == 1 && (ready.revents & POLLOUT) != 0;
+    const int64_t end = MicrosecondClock() + int64_t{waitMs} * 1000;
+    for (;;) {
+        pollfd ready{fd, POLLOUT, 0};
+        const int64_t left = (end - MicrosecondClock() + 999) / 1000;
+        const int woke = poll(&ready, 1, static_cast<int>(left > 0 ? left : 0));
+        if (woke >= 0 || errno != EINTR)
+            return woke == 1 && (ready.revents & POLLOUT) != 0;
+    }
 }
 
 // Sends `count` bytes, waiting at most `waitMs` each time the line is full, so a write lasts

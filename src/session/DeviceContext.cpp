@@ -17,6 +17,7 @@ DeviceContext::DeviceContext()
       timeoutSeconds(0),
       port(0),
       cancelByte(0),
+      cancelsSent(0),
       handshakeState(0),
       txBuffer{},
       txLength(0),

@@ -41,6 +41,8 @@ struct DeviceContext {
     ScriptDocument configDocument;
     ScriptDocument scriptDocument;  // what PosExec loads
     uint8_t cancelByte;
+    // CANs that waits sent for cancels; an upload compares it across files to see a cancel.
+    uint32_t cancelsSent;
     std::string text;  // the prompt or request being framed
     int32_t handshakeState;
     uint8_t txBuffer[TxRxCapacity];

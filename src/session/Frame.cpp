@@ -81,6 +81,7 @@ int WaitReply(DeviceContext& context)
         if (context.cancelRequested.compare_exchange_strong(requested, 0)) {
             context.cancelByte = CAN;
             context.serial.Write(&context.cancelByte, 1);
+            ++context.cancelsSent;
         }
 
         if (buffer[0] == STX && total >= 4 && buffer[total - 2] == ETX) {
@@ -111,9 +112,14 @@ int WaitReply(DeviceContext& context)
 
 int ReadReply(DeviceContext& context, uint8_t* out, uint32_t* outLength)
 {
-    int n = WaitReply(context);
+    TakeReply(context, WaitReply(context), out, outLength);
+    return 0;
+}
+
+void TakeReply(DeviceContext& context, int n, uint8_t* out, uint32_t* outLength)
+{
     if (n < 1)
-        return 0;
+        return;
     uint8_t* buffer = context.rxBuffer;
     if (n == 1) {
         context.rxLength = 1;
@@ -121,12 +127,12 @@ int ReadReply(DeviceContext& context, uint8_t* out, uint32_t* outLength)
             out[0] = buffer[0];
         if (outLength != nullptr)
             *outLength = 1;
-        return 0;
+        return;
     }
 
     bool framed = (buffer[0] == STX && buffer[n - 2] == ETX) || (buffer[0] == SI && buffer[n - 2] == SO);
     if (!framed)
-        return 0;  // dropped: rxBuffer keeps the raw bytes, rxLength its old value
+        return;  // dropped: rxBuffer keeps the raw bytes, rxLength its old value
 
     int payload = n - 3;
     std::memmove(buffer, buffer + 1, static_cast<size_t>(payload));
@@ -138,7 +144,6 @@ int ReadReply(DeviceContext& context, uint8_t* out, uint32_t* outLength)
     }
     if (outLength != nullptr)
         *outLength = static_cast<uint32_t>(payload);
-    return 0;
 }
 
 int ExchangeFrame(DeviceContext& context, uint8_t* out, uint32_t* outLength)

@@ -31,5 +31,7 @@ int WaitReply(DeviceContext& context);
 // WaitReply, then strips the envelope in place and copies payload and NUL to `out`.
 // Always returns 0; the outcome shows in rxLength, rxBuffer and `out`.
 int ReadReply(DeviceContext& context, uint8_t* out, uint32_t* outLength);
+// ReadReply's second half, for `n` raw bytes that WaitReply left in rxBuffer.
+void TakeReply(DeviceContext& context, int n, uint8_t* out, uint32_t* outLength);
 // SendFrame; if it went out, ReadReply. 0, or the write's result if that was not above 0.
 int ExchangeFrame(DeviceContext& context, uint8_t* out, uint32_t* outLength);

@@ -110,15 +110,20 @@ TEST(Cli, EachCommandAgainstTheSimulator)
     }
 }
 
-// Ctrl-C during a wait: the terminal gets its CAN, the program says so and exits with 4.
+// Ctrl-C during a wait: the terminal gets its CAN, the program says so and exits with 4. A
+// folder upload stops after the file on its way, and the program names what was stored.
 TEST(Cli, CtrlCCancelsAWait)
 {
     const struct {
         const char* command;
         size_t waiting;  // bytes the terminal holds once the command waits
-    } rows[] = {{"swipe", 18}, {"pin", 17}};
+        const char* said;
+    } rows[] = {{"swipe", 18, ""}, {"pin", 17, ""},
+                {"upload pair", 83 + 19 + 1000, "stored 1 file before the cancel:\n  "}};  // "9S", "9W", a part
     for (const auto& row : rows) {
-        Session s({"--swipe-wait", "--pin-wait"});
+        Session s({"--swipe-wait", "--pin-wait", "--throttle"});
+        RunCommand("cd '" + s.folder.Folder() + "' && mkdir pair && head -c 100000 /dev/zero | tr '\\0' p > pair/p.bin && "
+                   "cp pair/p.bin pair/q.bin");
         // The shell's number, which exec hands on to the program.
         FILE* program = popen(("echo $$; cd '" + s.folder.Folder() + "' && exec '" BINARY_DIR "/varnik' --lib '" +
                                s.folder.LibraryPath() + "' " + row.command).c_str(), "r");
@@ -132,7 +137,7 @@ TEST(Cli, CtrlCCancelsAWait)
         const int status = pclose(program);
 
         EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 4) << row.command;
-        EXPECT_TRUE(Contains(output, "Cancelled.\n")) << row.command << output;
+        EXPECT_TRUE(Contains(output, "Cancelled.\n") && Contains(output, row.said)) << row.command << output;
         EXPECT_TRUE(s.terminal.WaitReceived(row.waiting + 1)) << row.command;
         EXPECT_EQ(CountOf(s.terminal.Received(), Bytes{0x18}), 1u) << row.command;
     }

@@ -44,10 +44,15 @@ struct CommandSession : Session {
             RunCommand("mkdir -p '" + full.substr(0, full.rfind('/')) + "'");
             std::ofstream(full, std::ios::binary) << content;
         }
+        // Links back up the tree, a pipe, and a sparse file too large to announce.
+        RunCommand("cd '" + folder.Folder() + "' && ln -s . tree/sub/self && ln -s ../.. tree/sub/deep/up && "
+                   "mkfifo tree/sub/pipe && truncate -s 5G huge.bin");
     }
-    // "$/" in a text stands for the session's folder.
+    // "$/" in a text stands for the session's folder, "$log" for today's log file.
     std::string At(std::string text) const
     {
+        if (text.find("$log") != std::string::npos)
+            text.replace(text.find("$log"), 4, folder.LogPath());
         const size_t at = text.find("$/");
         return at == std::string::npos ? text : text.replace(at, 1, folder.Folder());
     }
@@ -103,6 +108,12 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         {R"({"format":"pinpad"})", {"--reply", "3033=18"}, -1, Script(R"({"format":"pinpad"})"), "", ""},
         {R"({"format":"FILE","cmd":"UPLOAD"})", {}, 0, Frame(HexBytes("39 53 00 00 00 00 00 00 00 00 00")), "", ""},
         {R"({"format":"FILE","cmd":"write","file":"/no/x"})", {}, 0, {}, "", "[upload] open file [/no/x] failed."},
+        // Only plain files go: a folder, a device or a pipe is a file that can't be opened.
+        {R"({"format":"FILE","cmd":"write","file":"$/tree"})", {}, 0, {}, "", "[upload] open file [$/tree] failed."},
+        {R"({"format":"FILE","cmd":"write","file":"/dev/zero"})", {}, 0, {}, "", "open file [/dev/zero] failed."},
+        {R"({"format":"FILE","cmd":"write","file":"$/tree/sub/pipe"})", {}, 0, {}, "", "open file [$/tree/sub/pipe] failed."},
+        {R"({"format":"FILE","cmd":"write","file":"$/huge.bin"})", {}, 0, {}, "", "[upload] file [$/huge.bin] of 5368709120 bytes"},
+        {"@$/tree/sub/pipe", {}, -2, {}, "", ""},
         {"@" + json, {}, 0, Script(json), "OK", ""},
         {"@@pin.json", {}, 0, Script("pin.json"), "OK", ""},
         {"@$/list.json", {"--files", "a.bin:3"}, 0, ListFrame, "a.bin 3\n", ""},
@@ -119,6 +130,7 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         {R"(@{"format":"FILE","cmd":"write","file":"y","image":")" + std::string(8192, '0') + "A5\"}", {}, 0, write4097, "", "\t>A5\r\n"},
         {"@@big.json", {}, -3, {}, "", tooLong + " image buffer"},
         {"@$/huge.json", {}, -2, {}, "", tooLong + " request buffer"},
+        {R"(@{"format":"FILE","cmd":"write","image":"AB","file":")" + std::string(204800, 'n') + "\"}", {}, -1, {}, "", "frame longer than the send buffer: not sent"},
         {"@" + std::string(1000000, '{'), {}, -2, {}, "", tooLong + " request buffer"},
     };
     for (const auto& row : rows) {
@@ -133,7 +145,7 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         EXPECT_EQ(Hex(s.Wire(row.wire.size())), Hex(row.wire)) << label;
         EXPECT_EQ(std::string(out.data()), row.out) << label;
         const std::string log = s.folder.LogText();
-        EXPECT_TRUE(Contains(log, row.logged)) << label;
+        EXPECT_TRUE(Contains(log, s.At(row.logged))) << label;
         EXPECT_EQ(CountOf(log, "json error :"), CountOf(row.logged, "json error :")) << label;
         EXPECT_EQ(CountOf(log, "Close Device"), pin ? 1u : 0u) << label;  // PosExec leaves the port open
     }
@@ -147,6 +159,10 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         {tree, {}, 0, "stored stored stored", {"a.bin 1000", "c.bin 204800", "empty.bin 0"}},
         {tree, {"--decline-upload=#2"}, 0, "stored declined stored", {}},
         {tree, {"--fail-upload=#2"}, -1, "stored failed", {}},
+        {tree, {"--vanish-after", "3"}, -1, "stored", {}},
+        // Exactly the announced count goes, and a file that grew or shrank meanwhile fails.
+        {R"({"format":"FILE","cmd":"write","file":"$log"})", {}, -1, "stored", {}},
+        {R"({"format":"FILE","cmd":"write","file":"/sys/devices/system/cpu/online"})", {}, -1, "stored", {"online 4096"}},
         {R"({"format":"FILE","cmd":"write","file":"$/a\\b/c.bin"})", {}, 0, "stored", {"c.bin 3"}},
         {R"({"format":"FILE","cmd":"write","file":"$/big.bin"})", {"--throttle"}, 0, "stored", {"big.bin 1048576"}},
         {R"({"format":"UPLOAD","input":"none"})", {}, 0, "", {}},
@@ -162,7 +178,7 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         EXPECT_TRUE(row.stored.empty() || stored == row.stored) << command;
         EXPECT_EQ(CountOf(s.folder.LogText(), "update completed"), CountOf(row.outcomes, "stored") + CountOf(row.outcomes, "failed"));
         const Bytes wire = s.terminal.Received();  // one announcement of all three full paths
-        for (const char* part : {"9S\x03", "/tree/a.bin", "/tree/sub/empty.bin", "/tree/sub/deep/c.bin"})
+        for (const char* part : {"9S\x04", "/tree/a.bin", "/tree/sub/empty.bin", "/tree/sub/deep/c.bin"})
             EXPECT_TRUE(command != tree || Contains(std::string(wire.begin(), wire.end()), part)) << part;
     }
     CommandSession s({});  // a list that does not fit one frame: nothing goes out

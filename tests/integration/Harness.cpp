@@ -75,14 +75,14 @@ Workspace::~Workspace()
     RunCommand("rm -rf '" + m_folder + "'");
 }
 
-std::string Workspace::LogText() const
+std::string Workspace::LogPath() const
 {
     const time_t now = time(nullptr);
     tm local{};
     localtime_r(&now, &local);
     char name[32];
     std::strftime(name, sizeof name, "/%Y%m%d.log", &local);
-    return ReadFile(m_folder + "/Log/libvarnik" + name);
+    return m_folder + "/Log/libvarnik" + name;
 }
 
 bool Workspace::HasLogFolder() const

@@ -64,7 +64,8 @@ public:
     std::string ReadConfig(const std::string& name) const { return ReadFile(ConfigFolder() + name); }
     void EnableLog() const { WriteConfig("debug.json", "{\"mode\":1}"); }
     void UsePort(int port) const { WriteConfig("varnik.json", "{\"port\":" + std::to_string(port) + "}"); }
-    std::string LogText() const;   // today's log file
+    std::string LogPath() const;   // today's log file
+    std::string LogText() const { return ReadFile(LogPath()); }
     bool HasLogFolder() const;
 
 private:

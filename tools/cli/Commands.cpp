@@ -716,8 +716,10 @@ const std::vector<Command> g_commands = {
      "progress bar shows the bytes the line carries at 921600 baud and ends on the\n"
      "terminal's closing answer; otherwise a line before and a line after. A folder must\n"
      "be on the library's drive. A file the terminal declines counts as done; a closing\n"
-     "CAN stops a folder there and gives status 3. Ctrl-C asks the terminal to cancel at\n"
-     "the next answer it owes.\n" EXEC_RESULTS,
+     "CAN stops a folder there and gives status 3. Ctrl-C stops a folder before its next\n"
+     "file and lists the files the terminal stored; the file on its way is sent whole.\n"
+     "Only plain files go: a pipe, a device or a file over 4 GiB is skipped, and links to\n"
+     "folders are not followed.\n" EXEC_RESULTS,
      1, 1, RunUpload},
     {"script", "script TEXT|@FILE", "Run a PIN-pad script request",
      "Hands a script request to the terminal through PinReadKeyClear and prints the reply\n"

@@ -107,6 +107,20 @@ std::string FolderInputFor(const std::string& libraryPath, const std::string& fo
     return target.lexically_relative(base).string();
 }
 
+void ReportStoredBeforeCancel(CommandContext& context, const std::string& stored)
+{
+    const size_t count = static_cast<size_t>(std::count(stored.begin(), stored.end(), '\n'));
+    if (count == 0) {
+        context.out << "The terminal stored no file of the folder before the cancel.\n";
+        return;
+    }
+    context.out << "The terminal stored " << count << (count == 1 ? " file" : " files")
+                << " before the cancel:\n";
+    for (size_t start = 0, end; (end = stored.find('\n', start)) != std::string::npos; start = end + 1)
+        context.out << "  " << stored.substr(start, end - start) << '\n';
+    context.out << "The other files were not sent.\n";
+}
+
 std::string Seconds(double seconds)
 {
     char text[32];
@@ -250,8 +264,18 @@ int RunUpload(CommandContext& context)
     uint64_t tookMs = elapsedMs();
     if (bar)
         context.out << '\r' << UploadProgressLine(source.bytes, tookMs, result == 0) << '\n';
-    if (context.cancelled)
+    if (context.cancelled && result == 0) {
+        // The cancel came after the last answer it could have stopped.
+        context.cancelled = false;
+        context.out << "The cancel came too late: "
+                    << (source.folder ? "every file was sent.\n" : "the file was sent.\n");
+    }
+    if (context.cancelled) {
+        // A folder stops between files and names in the reply those the terminal took.
+        if (source.folder && result == -1)
+            ReportStoredBeforeCancel(context, TextOf(reply));
         return ExitCancelled;
+    }
     if (result == -1) {
         context.out << "The terminal refused "
                     << (source.folder ? "a file of the folder (its closing answer was CAN); "

@@ -264,6 +264,10 @@ const std::vector<OptionInfo>& AllOptions() {
         {"vanish-after", A::Required, ApplyVanishAfter},
         {"resync", A::Required, Milliseconds([](SimOptions& o) -> int& { return o.session.resyncMs; })},
         {"overrun", A::Required, Milliseconds([](SimOptions& o) -> int& { return o.session.overrunMs; })},
+        {"stream-give-up", A::Required,
+         Milliseconds([](SimOptions& o) -> int& { return o.session.streamGiveUpMs; })},
+        {"empty-upload-pause", A::Required,
+         Milliseconds([](SimOptions& o) -> int& { return o.session.emptyUploadPauseMs; })},
     };
     return all;
 }
@@ -332,7 +336,7 @@ Port and logging:
                        OUTCOME NAME SIZE CRC RECEIVED-SIZE RECEIVED-CRC (the CRC-32s in
                        8 hex digits; "-" for what never arrived). OUTCOME is stored,
                        declined, mismatch (CRC differs), short (the host fell silent
-                       before SIZE bytes) or failed (--fail-upload)
+                       before SIZE bytes, with --stream-give-up) or failed (--fail-upload)
   --record-sent FILE   write every byte sent to the host to FILE, raw (for wire-time figures)
   --quiet              no traffic log (warnings still show)
 
@@ -383,7 +387,13 @@ Faults, for testing how the host copes:
   --answer-can         answer a CAN with CAN also when nothing is waiting
   --vanish-after N     the port disappears for good when the Nth frame comes in (that frame
                        gets no answer)
-  --resync MS          drop a frame or upload left incomplete for MS ms (default 2000)
+  --resync MS          drop a frame left incomplete for MS ms (default 2000)
+  --stream-give-up MS  answer CAN when an upload's bytes stop short of the announced size for
+                       MS ms (default 0: wait for the rest for ever, as a terminal does)
+  --empty-upload-pause MS
+                       pause MS between the ACK of an empty file's announcement and its
+                       closing reply (default 0: both at once, so that a host may read them
+                       in one piece, as it may from a terminal)
   --overrun MS         when the host takes no byte of a reply for MS ms (its port is closed,
                        or it reads slowly), the rest of the reply and the bytes it has not
                        read are lost, as on a real line (default 500; 0: wait for ever)
@@ -417,7 +427,7 @@ Operations (code in hex and as text) and what the terminal answers by default:
   3957     "9W"  announce file      ACK, then takes the announced number of raw bytes and
                                     answers a frame "OK"; CAN (18) if their CRC-32 differs
                                     from the announced one, or if the host falls silent
-                                    for the --resync time before all came
+                                    for the --stream-give-up time before all came
   With no card in the slot, the EMV and Thai ID reads wait for one until cancelled.
   A CAN (18) from the host ends any wait (PIN, swipe, card, --hold) and is answered with
   CAN. Unknown operations get no answer.

@@ -11,10 +11,6 @@
 
 namespace {
 
-// After the ACK of an empty upload the closing reply waits this long, so that the host's
-// reader sees the ACK alone (it ends a reply at the first quiet poll).
-constexpr int EmptyUploadPauseMs = 100;
-
 std::string Crc32Text(uint32_t crc) {
     char text[16];
     std::snprintf(text, sizeof text, "%08X", crc);
@@ -38,12 +34,12 @@ void Simulator::OnBytes(const uint8_t* data, size_t length) {
 
 void Simulator::OnSilence() {
     if (parser_.InStream()) {
-        // The host is waiting for the closing reply of a stream that came short: say so,
-        // or it waits for ever.
+        // --stream-give-up: the host waits for the closing reply of a stream that came
+        // short, and is told.
         Bytes partial = parser_.PartialStream();
         log_.Warn("the upload of \"" + state_.upload.name + "\" stopped after " +
                   std::to_string(partial.size()) + " of " + std::to_string(state_.upload.size) +
-                  " bytes for " + std::to_string(options_.resyncMs) + " ms: answering CAN");
+                  " bytes for " + std::to_string(options_.streamGiveUpMs) + " ms: answering CAN");
         parser_.Abandon();
         OnStreamEnd(partial);
         return;
@@ -156,7 +152,7 @@ void Simulator::BeginStream(uint32_t length) {
         parser_.ExpectStream(length);
         return;
     }
-    if (SleepMs(EmptyUploadPauseMs)) {
+    if (SleepMs(options_.emptyUploadPauseMs)) {
         OnStreamEnd({});
     }
 }
@@ -190,7 +186,7 @@ void RunSession(Pty& pty, Simulator& simulator, std::FILE* record, TrafficLog& l
             continue;
         }
         pollfd input{pty.MasterFd(), POLLIN, 0};
-        int ready = WaitForEvents(&input, 1, simulator.Busy() ? simulator.ResyncMs() : -1);
+        int ready = WaitForEvents(&input, 1, simulator.SilenceLimitMs());
         if (ready == 0) {
             simulator.OnSilence();
             continue;

@@ -17,8 +17,12 @@ class Pty;
 struct SessionOptions {
     bool answerCan = false;  // a CAN with nothing held is answered with CAN
     int vanishAfter = 0;     // close the port for good when this frame comes in (0: never)
-    int resyncMs = 2000;     // a frame or stream left incomplete this long is dropped
+    int resyncMs = 2000;     // a frame left incomplete this long is dropped
     int overrunMs = 500;     // a reply the host takes nothing of for this long is cut
+    // A real terminal waits for the rest of a stream for ever, and may send the closing reply
+    // of an empty file right behind its ACK. Both can be made friendlier (0: as a terminal).
+    int streamGiveUpMs = 0;      // a stream silent this long before its end is answered CAN
+    int emptyUploadPauseMs = 0;  // pause between the ACK and the closing reply of an empty file
 };
 
 class Simulator {
@@ -30,7 +34,7 @@ public:
 
     // Bytes as they came from the host.
     void OnBytes(const uint8_t* data, size_t length);
-    // Nothing came for resyncMs while a frame or stream was incomplete.
+    // Nothing came for SilenceLimitMs while a frame or stream was incomplete.
     void OnSilence();
     // The card is taken out of the slot, or a fresh one put in (a new insertion).
     void OnCardSignal(bool in);
@@ -38,7 +42,13 @@ public:
     bool Busy() const { return parser_.Busy(); }
     bool Holding() const { return holding_; }
     bool Vanished() const { return vanished_; }
-    int ResyncMs() const { return options_.resyncMs; }
+    // How long the line may stay quiet before OnSilence; -1: no limit.
+    int SilenceLimitMs() const
+    {
+        if (parser_.InStream())
+            return options_.streamGiveUpMs > 0 ? options_.streamGiveUpMs : -1;
+        return parser_.Busy() ? options_.resyncMs : -1;
+    }
 
 private:
     void OnEvent(const ParserEvent& event);

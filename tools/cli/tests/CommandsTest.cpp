@@ -115,6 +115,10 @@ const Row Rows[] = {
     // The library prefixes "input" with its own folder.
     {"upload", {Till + "/up"}, 0, Z(""), ExitOk, "...Uploading " + Till + "/up: 10 bytes in 1 file,",
      R"({"format":"UPLOAD","input":"../up"})"},
+    // A cancel after the last answer stops nothing; one between files lists what was stored.
+    {"upload", {UpFile}, 0, Z(""), ExitOk, "...The cancel came too late: the file was sent.\nDone", "", "", true},
+    {"upload", {Till + "/up"}, -1, Z(""), ExitCancelled, "...stored no file of the folder before the cancel.\nCancelled.",
+     "", "", true},
     {"script", {R"({"format":"PINPAD"})"}, 0, Z("DONE"), ExitOk, "DONE\n", R"(@{"format":"PINPAD"})"},
     {"script", {"@/no/such"}, -2, Z(""), ExitTerminal, "...The script failed (-2)", "@/no/such"},
     {"script", {"@@doc.json"}, -3, Z(""), ExitTerminal, "...The script failed (-3)", "@@doc.json"},

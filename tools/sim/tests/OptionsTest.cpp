@@ -22,12 +22,14 @@ TEST(Options, SettingsTheLibraryCannotSeeAreTakenInBothForms)
     std::string error;
     ASSERT_TRUE(ParseOptions({"--record=/tmp/r", "--siso", "--bad-check", "--byte-pace", "2",
                               "--answer-can", "--oversize=300000", "--throttle", "--atr", "3B00",
-                              "--reply", "3B=02:41:03:40", "--reply", "3B="},
+                              "--reply", "3B=02:41:03:40", "--reply", "3B=", "--stream-give-up=2000",
+                              "--empty-upload-pause", "100"},
                              o, error))
         << error;
     EXPECT_EQ(o.recordPath, "/tmp/r");
     EXPECT_TRUE(o.faults.siso && o.faults.badCheck && o.session.answerCan);
     EXPECT_EQ(o.faults.bytePaceMs, 2);
+    EXPECT_EQ(o.session.streamGiveUpMs + o.session.emptyUploadPauseMs, 2100);
     EXPECT_EQ(o.faults.oversize, 300000u);
     EXPECT_EQ(o.faults.throttleBaud, 921600u);
     EXPECT_EQ(o.terminal.atr, Wire("3B 00"));
