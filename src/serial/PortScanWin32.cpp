@@ -88,14 +88,40 @@ void ReadRegistryProperty(HDEVINFO list, SP_DEVINFO_DATA& device, DWORD code, in
     TakeString(buffer, size, type, target);
 }
 
+using CustomPropertyReader = decltype(&SetupDiGetCustomDevicePropertyA);
+
+// Reads a custom property where Windows keeps it, in the device's parameters key.
+BOOL WINAPI ReadDeviceKeyValue(HDEVINFO list, PSP_DEVINFO_DATA device, PCSTR name, DWORD,
+                               PDWORD type, PBYTE buffer, DWORD size, PDWORD required)
+{
+    HKEY key = SetupDiOpenDevRegKey(list, device, DICS_FLAG_GLOBAL, 0, DIREG_DEV, KEY_READ);
+    if (key == INVALID_HANDLE_VALUE)
+        return FALSE;
+    const LONG result = RegQueryValueExA(key, name, nullptr, type, buffer, &size);
+    RegCloseKey(key);
+    if (required)
+        *required = size;
+    SetLastError(static_cast<DWORD>(result));
+    return result == ERROR_SUCCESS;
+}
+
+// Some SetupAPI builds (Wine's among them) lack SetupDiGetCustomDevicePropertyA, and a call
+// bound at load time would abort the host; such a system gets the same value from the key.
+CustomPropertyReader CustomPropertyFunction()
+{
+    static const auto found = reinterpret_cast<CustomPropertyReader>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleA("setupapi.dll"), "SetupDiGetCustomDevicePropertyA")));
+    return found ? found : ReadDeviceKeyValue;
+}
+
 void ReadCustomProperty(HDEVINFO list, SP_DEVINFO_DATA& device, const char* property,
                         int32_t bit, std::string& target, CPortInfo& info)
 {
     BYTE buffer[PropertyBufferSize];
     DWORD type = 0;
     DWORD size = 0;
-    if (!SetupDiGetCustomDevicePropertyA(list, &device, property, 0, &type, buffer,
-                                         sizeof buffer, &size)) {
+    if (!CustomPropertyFunction()(list, &device, property, 0, &type, buffer, sizeof buffer,
+                                  &size)) {
         DWORD error = GetLastError();
         (void)PropertyErrorText(Format("SetupDiGetCustomDeviceProperty(%s)", property), error);
         return;

@@ -58,49 +58,6 @@ void Register(HDEVINFO set, const Node& node)
     Check(done, Format("registering \"%s\" failed: %lu", node.description, GetLastError()));
 }
 
-// Wine's SetupAPI lacks SetupDiGetCustomDevicePropertyA (a call aborts the process). Where it
-// is missing, the walks get this, which reads the value where Windows keeps it.
-BOOL WINAPI CustomDeviceProperty(HDEVINFO list, PSP_DEVINFO_DATA device, PCSTR name, DWORD,
-                                 PDWORD type, PBYTE buffer, DWORD size, PDWORD required)
-{
-    HKEY key = SetupDiOpenDevRegKey(list, device, DICS_FLAG_GLOBAL, 0, DIREG_DEV, KEY_READ);
-    if (key == INVALID_HANDLE_VALUE)
-        return FALSE;
-    const LONG result = RegQueryValueExA(key, name, nullptr, type, buffer, &size);
-    RegCloseKey(key);
-    if (required)
-        *required = size;
-    SetLastError(result);
-    return result == ERROR_SUCCESS;
-}
-
-// Points `module`'s import of `function` at `replacement`.
-bool ReplaceImport(HMODULE module, const char* function,
-                   decltype(&SetupDiGetCustomDevicePropertyA) replacement)
-{
-    BYTE* base = reinterpret_cast<BYTE*>(module);
-    const auto* headers = reinterpret_cast<IMAGE_NT_HEADERS*>(
-        base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    auto* dll = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(
-        base + headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
-    for (; dll->Name != 0; ++dll) {
-        auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->OriginalFirstThunk);
-        auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->FirstThunk);
-        for (; name->u1.AddressOfData != 0; ++name, ++slot) {
-            const auto* byName =
-                reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
-            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) || std::strcmp(byName->Name, function) != 0)
-                continue;
-            DWORD access = 0;
-            VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &access);
-            slot->u1.Function = reinterpret_cast<ULONG_PTR>(replacement);
-            VirtualProtect(slot, sizeof *slot, access, &access);
-            return true;
-        }
-    }
-    return false;
-}
-
 }  // namespace
 
 // Marks per node: "PortName" before the friendly name; another description marks the port
@@ -118,10 +75,6 @@ void RunPortScan()
         Register(set, node);
     SetupDiDestroyDeviceInfoList(set);  // the nodes stay: each run has a prefix of its own
     const HMODULE library = GetModuleHandleA("Varnik.dll");
-    if (!GetProcAddress(GetModuleHandleA("setupapi.dll"), "SetupDiGetCustomDevicePropertyA"))
-        for (HMODULE module : {GetModuleHandleA(nullptr), library})
-            Check(ReplaceImport(module, "SetupDiGetCustomDevicePropertyA", CustomDeviceProperty),
-                  "no import of SetupDiGetCustomDevicePropertyA to replace");
 
     unsigned char table[256] = {};
     std::string marks = Format("%d:", ScanPorts(Wanted, table));
