@@ -130,29 +130,22 @@ static int modem_ioctl(ioctl_fn real_ioctl, int fd, unsigned long request, void 
     return 0;
 }
 
-int ioctl(int fd, unsigned long request, ...)
-{
-    static ioctl_fn real_ioctl;
-    va_list args;
-    va_start(args, request);
-    void *argument = va_arg(args, void *);
-    va_end(args);
-    if (real_ioctl == NULL)
-        real_ioctl = (ioctl_fn)real("ioctl");
-    return modem_ioctl(real_ioctl, fd, request, argument);
-}
+/* Both entry points pass the one pointer argument that the modem-line requests carry. */
+#define MODEM_IOCTL_ENTRY(name)                                 \
+    int name(int fd, unsigned long request, ...)                \
+    {                                                           \
+        static ioctl_fn real_ioctl;                             \
+        va_list args;                                           \
+        va_start(args, request);                                \
+        void *argument = va_arg(args, void *);                  \
+        va_end(args);                                           \
+        if (real_ioctl == NULL)                                 \
+            real_ioctl = (ioctl_fn)real(#name);                 \
+        return modem_ioctl(real_ioctl, fd, request, argument);  \
+    }
 
+MODEM_IOCTL_ENTRY(ioctl)
 #if defined(__i386__)
 /* Programs built with a 64-bit time_t (Wine's 32-bit side among them) call this name. */
-int __ioctl_time64(int fd, unsigned long request, ...)
-{
-    static ioctl_fn real_ioctl;
-    va_list args;
-    va_start(args, request);
-    void *argument = va_arg(args, void *);
-    va_end(args);
-    if (real_ioctl == NULL)
-        real_ioctl = (ioctl_fn)real("__ioctl_time64");
-    return modem_ioctl(real_ioctl, fd, request, argument);
-}
+MODEM_IOCTL_ENTRY(__ioctl_time64)
 #endif
