@@ -46,6 +46,10 @@ std::string ModuleFilePath();
 // The folder separator that ends a folder string on this platform.
 char FolderSeparator();
 
+// A library's file name without its extension: "Varnik.dll" gives "Varnik"; a versioned shared
+// object loses its version too, so "libvarnik.so.1" and "libvarnik.so" both give "libvarnik".
+std::string ModuleFileStem(const std::string& fileName);
+
 // --- files and folders -------------------------------------------------------------------
 
 bool CreateFolder(const std::string& path);

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <new>
@@ -96,6 +97,25 @@ std::string ModuleFilePath()
 }
 
 char FolderSeparator() { return '/'; }
+
+std::string ModuleFileStem(const std::string& fileName)
+{
+    // ".so" then nothing but ".<digits>" groups: the SONAME and the real name of an installed
+    // library keep their log and data folders under the one stem.
+    for (size_t at = fileName.find(".so"); at != std::string::npos; at = fileName.find(".so", at + 1)) {
+        size_t i = at + 3;
+        while (i < fileName.size() && fileName[i] == '.' && i + 1 < fileName.size() &&
+               std::isdigit(static_cast<unsigned char>(fileName[i + 1]))) {
+            ++i;
+            while (i < fileName.size() && std::isdigit(static_cast<unsigned char>(fileName[i])))
+                ++i;
+        }
+        if (at > 0 && i == fileName.size())
+            return fileName.substr(0, at);
+    }
+    size_t dot = fileName.rfind('.');
+    return dot == std::string::npos ? fileName : fileName.substr(0, dot);
+}
 
 bool CreateFolder(const std::string& path) { return mkdir(path.c_str(), 0777) == 0; }
 

@@ -99,6 +99,12 @@ char FolderSeparator()
     return '\\';
 }
 
+std::string ModuleFileStem(const std::string& fileName)
+{
+    size_t dot = fileName.rfind('.');
+    return dot == std::string::npos ? fileName : fileName.substr(0, dot);
+}
+
 // --- files and folders -------------------------------------------------------------------
 
 bool CreateFolder(const std::string& path)

@@ -19,10 +19,7 @@ std::string GetModuleFolder(std::string& stem)
     size_t nameStart = path.find_last_of(FolderSeparator() == '\\' ? "\\/" : "/");
     nameStart = nameStart == std::string::npos ? 0 : nameStart + 1;
     std::string folder = path.substr(0, nameStart);
-    std::string name = path.substr(nameStart);
-    size_t dot = name.rfind('.');
-    if (dot != std::string::npos)
-        name.erase(dot);
+    std::string name = ModuleFileStem(path.substr(nameStart));
 
     g_strModuleName = name;
     stem = name;

@@ -12,6 +12,9 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -98,6 +101,10 @@ const PcscApi* LoadPcsc()
 int main(int argc, char** argv)
 {
     std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+    if (words.size() == 1 && words[0] == "--version") {
+        std::cout << "varnik " VARNIK_VERSION "\n";
+        return ExitOk;
+    }
     Invocation invocation = ParseCommandLine(words);
 
     if (invocation.action == Invocation::Error) {
@@ -118,8 +125,14 @@ int main(int argc, char** argv)
         return ExitUsage;
     }
 
-    LibraryHolder library(LibraryCandidates(invocation, ExecutableFolder(), LibraryFileName(),
-                                            std::getenv("VARNIK_LIBRARY")));
+    std::vector<std::string> candidates = LibraryCandidates(
+        invocation, ExecutableFolder(), LibraryFileName(), std::getenv("VARNIK_LIBRARY"));
+#ifdef VARNIK_INSTALLED_LIBRARY
+    // Installed in the GNU layout, the library is in <prefix>/lib under its SONAME.
+    if (!invocation.libraryGiven && !ExecutableFolder().empty())
+        candidates.push_back(ExecutableFolder() + VARNIK_INSTALLED_LIBRARY);
+#endif
+    LibraryHolder library(std::move(candidates));
     CommandContext context(std::cout, std::cerr);
     context.args = invocation.args;
     context.load = [&library] { return library.Load(std::cerr); };
