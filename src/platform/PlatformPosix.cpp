@@ -13,6 +13,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <new>
 
@@ -118,6 +119,48 @@ std::string ModuleFileStem(const std::string& fileName)
 }
 
 bool CreateFolder(const std::string& path) { return mkdir(path.c_str(), 0777) == 0; }
+
+bool IsFolder(const std::string& path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool PathExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+std::string EnvironmentText(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
+// $XDG_<kind>_HOME/varnik, or ~/<fallback>/varnik; empty without either (no home to write).
+static std::string UserFolder(const char* variable, const char* fallback)
+{
+    std::string base = EnvironmentText(variable);
+    // The base directory specification ignores relative paths.
+    if (base.empty() || base[0] != '/') {
+        std::string home = EnvironmentText("HOME");
+        if (home.empty())
+            return std::string();
+        base = home + "/" + fallback;
+    }
+    return base + "/varnik";
+}
+
+InstalledFolders FindInstalledFolders()
+{
+    InstalledFolders folders;
+    std::string user = UserFolder("XDG_CONFIG_HOME", ".config");
+    folders.userConfig = user.empty() ? std::string() : user + "/";
+    folders.systemConfig = "/etc/varnik/";
+    // /var/log/varnik is made by whoever installs for the whole machine; we never create it.
+    if (IsFolder("/var/log/varnik") && access("/var/log/varnik", W_OK | X_OK) == 0)
+        folders.log = "/var/log/varnik";
+    else
+        folders.log = UserFolder("XDG_STATE_HOME", ".local/state");
+    return folders;
+}
 
 bool ReadWholeFile(const std::string& path, std::string& content)
 {
