@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "LibraryLoader.h"
+#include "LibraryPlaces.h"
 #include "PcscLoader.h"
 
 #include <cstdlib>
@@ -55,6 +56,8 @@ public:
             err << "  (no place to look: give --lib PATH or set VARNIK_LIBRARY)\n";
         return nullptr;
     }
+
+    const LoadedLibrary* Loaded() const { return m_handle ? &m_library : nullptr; }
 
 private:
     std::vector<std::string> m_candidates;
@@ -148,5 +151,11 @@ int main(int argc, char** argv)
     context.whileTicking = RunWhileTicking;
     int status = RunCommand(*command, context);
     std::cout.flush();
+    if (const LoadedLibrary* loaded = library.Loaded()) {
+        int port = -1;
+        if (std::string(command->name) == "checkport" && status == ExitOk)
+            ParseInt32(invocation.args[0], port);
+        ReportUnwrittenFiles(loaded->path, port, std::cerr);
+    }
     return status;
 }
