@@ -94,7 +94,22 @@ int VARNIK_CALL MsreWrite(char* buffer);
 int VARNIK_CALL EMVRead(char* out);
 /* mode & 3 of 0 or 1, text: UTF-8 and a NUL, at most 3 x 204799 + 1 = 614398 bytes; result the
  * text's length. 2 or 3, binary: at most 204792 bytes and no NUL; result their count. Or 110,
- * or -1. */
+ * or -1.
+ *
+ * The record is the terminal's, handed on unparsed: nine fields apart by '|',
+ *
+ *   citizen id|Thai name|English name|birth date|sex|issuer|issue date|expiry date|address
+ *
+ *   citizen id    13 digits
+ *   names         "title#first#middle#last", e.g. "Mr.#Somchai##Jaidee" (empty parts stay)
+ *   dates         YYYYMMDD in the Buddhist era (year - 543 is the common era's); an expiry
+ *                 of "99999999" means valid for life
+ *   sex           "1" male, "2" female
+ *   address       its parts apart by '#' (runs of '#' where parts are empty)
+ *
+ * The text form gives it in UTF-8. The binary form gives the record in TIS-620 (0xA1..0xFB
+ * are U+0E01..U+0E5B) followed by the card's JPEG photo, which starts at the bytes FF D8 FF.
+ * examples/thaiid.c parses both. */
 int VARNIK_CALL ThaiIDRead(char* out, int mode);
 /* The columns a UTF-8 Thai text takes on the display; 0 for a null text. A text that makes
  * 10240 or more bytes in TIS-620 ends the process: keep it below that. */
