@@ -3,8 +3,9 @@
 #
 #   install-pcscd-driver.sh DEVICE [DRIVER]   DEVICE: the terminal's tty (/dev/ttyUSB0) or a link
 #                                             to it; DRIVER: libifd_varnik.so (default: the one
-#                                             beside this script, as in the release archive, or
-#                                             else build/linux/ifd/ of the source tree)
+#                                             beside this script, as in the release archive;
+#                                             build/linux/ifd/ of the source tree; or the one
+#                                             cmake --install put in the daemon's folder)
 #   install-pcscd-driver.sh --remove          takes the reader away again
 #
 # The driver goes, stripped, where the daemon looks for serial drivers (pkg-config libpcsclite:
@@ -67,7 +68,9 @@ fi
 device="$(realpath -s "$1")"
 driver="${2:-}"
 if [ -z "$driver" ]; then
-  for candidate in "$here/libifd_varnik.so" "$here/../build/linux/ifd/libifd_varnik.so"; do
+  # Beside this script (the release archive), in a source tree's build, or where cmake --install
+  # has put it already (the entry is all that is missing then).
+  for candidate in "$here/libifd_varnik.so" "$here/../build/linux/ifd/libifd_varnik.so" "$driver_path"; do
     [ -f "$candidate" ] && { driver="$candidate"; break; }
   done
 fi
