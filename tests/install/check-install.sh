@@ -29,7 +29,7 @@ varnik checkport 7 >/dev/null 2>"$work/err" || fail "installed checkport: $(cat 
 ls "$HOME/.local/state/varnik/"*.log >/dev/null 2>&1 || [ -d /var/log/varnik ] || fail "no log in the state folder"
 
 # A host built through the installed varnik.pc loads lib/libvarnik.so.1 and reads the user's port.
-cc -std=c99 -o "$work/probe" "$source/examples/probe_version.c" \
+cc ${VARNIK_HOST_CFLAGS:-} -std=c99 -o "$work/probe" "$source/examples/probe_version.c" \
   $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs varnik)
 [ "$(LD_LIBRARY_PATH="$prefix/lib" "$work/probe")" = "terminal: NEW6210 SIM 1.0" ] || fail "the pkg-config host"
 

@@ -34,7 +34,7 @@ tar -xzf "$work"/out/*.tar.gz -C "$work"
 dir=$(ls -d "$work"/varnik-*/)
 [ -z "$(ls "$dir"/config)" ] || { echo "FAIL: config/ is not empty"; exit 1; }
 for example in probe_version stripe pin_cancel thaiid; do
-  PKG_CONFIG_PATH="$dir" cc -std=c99 -pthread -o "$dir/$example" "$dir/examples/$example.c" \
+  cc ${VARNIK_HOST_CFLAGS:-} -std=c99 -pthread -o "$dir/$example" "$dir/examples/$example.c" \
     $(PKG_CONFIG_PATH="$dir" pkg-config --cflags --libs varnik)
 done
 "$dir/new6210-sim" --quiet --link "$dir/config/COM7" >"$work/sim.out" &
