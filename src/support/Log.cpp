@@ -97,7 +97,9 @@ std::string ConfigFilePath(const char* name)
 
 void PrepareConfigFolder()
 {
-    if (!g_strConfigFolder.empty() && !IsFolder(g_strConfigFolder))
+    // Only the user's folder of an installed library is made; a missing config/ beside the
+    // library stays missing, as it always has.
+    if (!g_strSystemConfigFolder.empty() && !IsFolder(g_strConfigFolder))
         CreateFolders(g_strConfigFolder.substr(0, g_strConfigFolder.size() - 1));
 }
 

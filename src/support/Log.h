@@ -29,7 +29,8 @@ void LogInit();
 // A configuration file (or COM<N> link) by name: in g_strConfigFolder, or else in
 // g_strSystemConfigFolder where only that one has it.
 std::string ConfigFilePath(const char* name);
-// Creates g_strConfigFolder (and what is missing above it) before a file is written there.
+// Creates the user's configuration folder of an installed library (and what is missing above
+// it) before a file is written there; does nothing for any other folder.
 void PrepareConfigFolder();
 std::string GetModuleFolder(std::string& stem);
 
