@@ -138,7 +138,7 @@ std::string EnvironmentText(const char* name)
 static std::string UserFolder(const char* variable, const char* fallback)
 {
     std::string base = EnvironmentText(variable);
-    // The base directory specification ignores relative paths.
+    // XDG base folders must be absolute; a relative one counts as unset.
     if (base.empty() || base[0] != '/') {
         std::string home = EnvironmentText("HOME");
         if (home.empty())
