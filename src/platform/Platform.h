@@ -46,9 +46,30 @@ std::string ModuleFilePath();
 // The folder separator that ends a folder string on this platform.
 char FolderSeparator();
 
+// A library's file name without its extension: "Varnik.dll" gives "Varnik"; a versioned shared
+// object loses its version too, so "libvarnik.so.1" and "libvarnik.so" both give "libvarnik".
+std::string ModuleFileStem(const std::string& fileName);
+
+// Where an installed library keeps its files when its own folder has no config/. Empty strings
+// on Windows, where the library's folder is the only place. Folder strings end in a separator
+// except `log`, as g_strLogFolder does not.
+struct InstalledFolders {
+    std::string userConfig;    // $XDG_CONFIG_HOME/varnik/ (~/.config/varnik/): read first, written
+    std::string systemConfig;  // /etc/varnik/: read where the user's folder lacks a file
+    std::string log;           // /var/log/varnik where it is a folder we may write, else
+                               // $XDG_STATE_HOME/varnik (~/.local/state/varnik)
+};
+InstalledFolders FindInstalledFolders();
+
+// The value of an environment variable; empty if it is unset.
+std::string EnvironmentText(const char* name);
+
 // --- files and folders -------------------------------------------------------------------
 
 bool CreateFolder(const std::string& path);
+// True for a folder (or a link to one), and for anything at all, links followed.
+bool IsFolder(const std::string& path);
+bool PathExists(const std::string& path);
 bool ReadWholeFile(const std::string& path, std::string& content);
 // Creates or truncates the file.
 bool WriteWholeFile(const std::string& path, const void* data, size_t size);

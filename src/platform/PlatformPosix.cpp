@@ -11,7 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <new>
 
@@ -97,7 +99,68 @@ std::string ModuleFilePath()
 
 char FolderSeparator() { return '/'; }
 
+std::string ModuleFileStem(const std::string& fileName)
+{
+    // ".so" then nothing but ".<digits>" groups: the SONAME and the real name of an installed
+    // library keep their log and data folders under the one stem.
+    for (size_t at = fileName.find(".so"); at != std::string::npos; at = fileName.find(".so", at + 1)) {
+        size_t i = at + 3;
+        while (i < fileName.size() && fileName[i] == '.' && i + 1 < fileName.size() &&
+               std::isdigit(static_cast<unsigned char>(fileName[i + 1]))) {
+            ++i;
+            while (i < fileName.size() && std::isdigit(static_cast<unsigned char>(fileName[i])))
+                ++i;
+        }
+        if (at > 0 && i == fileName.size())
+            return fileName.substr(0, at);
+    }
+    size_t dot = fileName.rfind('.');
+    return dot == std::string::npos ? fileName : fileName.substr(0, dot);
+}
+
 bool CreateFolder(const std::string& path) { return mkdir(path.c_str(), 0777) == 0; }
+
+bool IsFolder(const std::string& path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool PathExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+std::string EnvironmentText(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
+// $XDG_<kind>_HOME/varnik, or ~/<fallback>/varnik; empty without either (no home to write).
+static std::string UserFolder(const char* variable, const char* fallback)
+{
+    std::string base = EnvironmentText(variable);
+    // XDG base folders must be absolute; a relative one counts as unset.
+    if (base.empty() || base[0] != '/') {
+        std::string home = EnvironmentText("HOME");
+        if (home.empty())
+            return std::string();
+        base = home + "/" + fallback;
+    }
+    return base + "/varnik";
+}
+
+InstalledFolders FindInstalledFolders()
+{
+    InstalledFolders folders;
+    std::string user = UserFolder("XDG_CONFIG_HOME", ".config");
+    folders.userConfig = user.empty() ? std::string() : user + "/";
+    folders.systemConfig = "/etc/varnik/";
+    // /var/log/varnik is made by whoever installs for the whole machine; we never create it.
+    if (IsFolder("/var/log/varnik") && access("/var/log/varnik", W_OK | X_OK) == 0)
+        folders.log = "/var/log/varnik";
+    else
+        folders.log = UserFolder("XDG_STATE_HOME", ".local/state");
+    return folders;
+}
 
 bool ReadWholeFile(const std::string& path, std::string& content)
 {

@@ -99,11 +99,41 @@ char FolderSeparator()
     return '\\';
 }
 
+std::string ModuleFileStem(const std::string& fileName)
+{
+    size_t dot = fileName.rfind('.');
+    return dot == std::string::npos ? fileName : fileName.substr(0, dot);
+}
+
 // --- files and folders -------------------------------------------------------------------
 
 bool CreateFolder(const std::string& path)
 {
     return CreateDirectoryA(path.c_str(), nullptr) != 0;
+}
+
+bool IsFolder(const std::string& path)
+{
+    DWORD attributes = GetFileAttributesA(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool PathExists(const std::string& path)
+{
+    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::string EnvironmentText(const char* name)
+{
+    char value[4096];
+    DWORD length = GetEnvironmentVariableA(name, value, sizeof value);
+    return length > 0 && length < sizeof value ? std::string(value, length) : std::string();
+}
+
+// The library's folder is the only place on Windows, as its hosts expect.
+InstalledFolders FindInstalledFolders()
+{
+    return InstalledFolders();
 }
 
 namespace {

@@ -35,7 +35,7 @@ int CComPort::Open(int port)
     if (m_bOpen != 0)
         return 1;
 
-    return OpenPath(Format("%sCOM%d", g_strConfigFolder.c_str(), port).c_str());
+    return OpenPath(ConfigFilePath(Format("COM%d", port).c_str()).c_str());
 }
 
 int CComPort::OpenPath(const char* device)

@@ -242,5 +242,9 @@ int ScanSysfsPorts(const char* name, unsigned char* table, const std::string& sy
 
 int ScanPorts(const char* name, unsigned char* table)
 {
-    return ScanSysfsPorts(name, table, "/sys", g_strConfigFolder, "/dev");
+    int walked = ScanSysfsPorts(name, table, "/sys", g_strConfigFolder, "/dev");
+    // An installed library's COM<N> links may stand in the system's folder too.
+    if (!g_strSystemConfigFolder.empty())
+        walked = ScanSysfsPorts(name, table, "/sys", g_strSystemConfigFolder, "/dev") && walked;
+    return walked;
 }

@@ -44,7 +44,7 @@ int LoadScriptDocument(ScriptDocument& document, const char* text)
 void ReadLogSwitch()
 {
     CkJsonObject json;
-    std::string path = Format("%sdebug.json", g_strConfigFolder.c_str());
+    std::string path = ConfigFilePath("debug.json");
     if (!json.LoadFile(path.c_str()))
         return;
     if (json.HasMember("mode"))
@@ -60,7 +60,7 @@ void LoadConfiguration()
         return;
     LogInit();
     CkJsonObject json;
-    std::string path = Format("%svarnik.json", g_strConfigFolder.c_str());
+    std::string path = ConfigFilePath("varnik.json");
     if (!json.LoadFile(path.c_str())) {
         WriteLog(Format("load config error : %s", json.lastErrorText()));
         return;
@@ -88,6 +88,7 @@ void LoadConfiguration()
 
 void SavePortNumber(int port)
 {
+    PrepareConfigFolder();
     std::string path = Format("%svarnik.json", g_strConfigFolder.c_str());
     std::string content = Format("{\"port\":%d}", port);
     ReplaceWholeFile(path, content.data(), content.size());

@@ -8,6 +8,7 @@
 std::string g_strModuleName;
 std::string g_strModuleFolder;
 std::string g_strConfigFolder;
+std::string g_strSystemConfigFolder;
 std::string g_strDataFolder;
 std::string g_strLogFolder;
 int g_nLogMode = 0;
@@ -19,10 +20,7 @@ std::string GetModuleFolder(std::string& stem)
     size_t nameStart = path.find_last_of(FolderSeparator() == '\\' ? "\\/" : "/");
     nameStart = nameStart == std::string::npos ? 0 : nameStart + 1;
     std::string folder = path.substr(0, nameStart);
-    std::string name = path.substr(nameStart);
-    size_t dot = name.rfind('.');
-    if (dot != std::string::npos)
-        name.erase(dot);
+    std::string name = ModuleFileStem(path.substr(nameStart));
 
     g_strModuleName = name;
     stem = name;
@@ -31,21 +29,78 @@ std::string GetModuleFolder(std::string& stem)
     return folder;
 }
 
+static std::string WithSeparator(std::string folder)
+{
+    if (!folder.empty() && folder.back() != '/' && folder.back() != FolderSeparator())
+        folder += FolderSeparator();
+    return folder;
+}
+
+// The folder and the ones above it that are missing.
+static void CreateFolders(const std::string& path)
+{
+    for (size_t at = path.find_first_of("/\\", 1); at != std::string::npos;
+         at = path.find_first_of("/\\", at + 1))
+        CreateFolder(path.substr(0, at));
+    CreateFolder(path);
+}
+
 void LogInit()
 {
     if (!g_strLogFolder.empty())
         return;
     std::string stem;
     g_strModuleFolder = GetModuleFolder(stem);
-    g_strConfigFolder = Format("%sconfig/", g_strModuleFolder.c_str());
-    ReadLogSwitch();
     g_strDataFolder = Format("%s%s", g_strModuleFolder.c_str(), g_strModuleName.c_str());
+    // Beside the library is the rule wherever it has a config folder (and always on Windows);
+    // an installed library without one uses the system's and the user's folders.
+    InstalledFolders installed;
+    if (!IsFolder(g_strModuleFolder + "config"))
+        installed = FindInstalledFolders();
+    const std::string configFolder = EnvironmentText("VARNIK_CONFIG_DIR");
+    const std::string logFolder = EnvironmentText("VARNIK_LOG_DIR");
+    g_strSystemConfigFolder.clear();
+    if (!configFolder.empty()) {
+        g_strConfigFolder = WithSeparator(configFolder);
+    } else if (!installed.userConfig.empty()) {
+        g_strConfigFolder = installed.userConfig;
+        g_strSystemConfigFolder = installed.systemConfig;
+    } else {
+        g_strConfigFolder = Format("%sconfig/", g_strModuleFolder.c_str());
+    }
+    ReadLogSwitch();
+    std::string log = !logFolder.empty() ? logFolder : installed.log;
+    if (!log.empty()) {
+        while (log.size() > 1 && (log.back() == '/' || log.back() == FolderSeparator()))
+            log.pop_back();
+        g_strLogFolder = log;
+        if (g_nLogMode != 0)
+            CreateFolders(g_strLogFolder);
+        return;
+    }
     g_strLogFolder = Format("%sLog", g_strModuleFolder.c_str());
     if (g_nLogMode != 0)
         CreateFolder(g_strLogFolder);
     g_strLogFolder = Format("%sLog/%s", g_strModuleFolder.c_str(), g_strModuleName.c_str());
     if (g_nLogMode != 0)
         CreateFolder(g_strLogFolder);
+}
+
+std::string ConfigFilePath(const char* name)
+{
+    std::string path = g_strConfigFolder + name;
+    if (!g_strSystemConfigFolder.empty() && !PathExists(path) &&
+        PathExists(g_strSystemConfigFolder + name))
+        return g_strSystemConfigFolder + name;
+    return path;
+}
+
+void PrepareConfigFolder()
+{
+    // Only the user's folder of an installed library is made; a missing config/ beside the
+    // library stays missing, as it always has.
+    if (!g_strSystemConfigFolder.empty() && !IsFolder(g_strConfigFolder))
+        CreateFolders(g_strConfigFolder.substr(0, g_strConfigFolder.size() - 1));
 }
 
 static std::string TimeStamp(const LocalTime& time)

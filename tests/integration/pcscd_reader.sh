@@ -15,6 +15,10 @@ if [ -z "${VARNIK_PCSCD_NAMESPACE:-}" ]; then
     VARNIK_PCSCD_NAMESPACE=1 exec unshare -m --propagation private --fork --kill-child "$0" "$@"
 fi
 mount -t tmpfs tmpfs /run/pcscd 2>/dev/null || mount -t tmpfs tmpfs /run || exit 1
+# The installer's folders, private too: the daemon then runs the driver as the installer left it.
+drivers=$(pkg-config --variable=usbdropdir libpcsclite) confdir=$(pkg-config --variable=serialconfdir libpcsclite)
+mount -t tmpfs tmpfs "$drivers" && mount -t tmpfs tmpfs "$confdir" || exit 1
+installer=$(dirname "$0")/../../scripts/install-pcscd-driver.sh
 work=$(mktemp -d) pids="" failures=0
 trap 'kill $pids 2>/dev/null; wait; rm -rf "$work"' EXIT
 
@@ -26,9 +30,8 @@ simulate() {
 }
 start() {
     simulate "$@"
-    printf 'FRIENDLYNAME "NEW6210 Reader Card"\nDEVICENAME %s\nLIBPATH %s\n' "$work/COM7" \
-        "$driver" >"$work/varnik"
-    setpriv --pdeathsig KILL pcscd -f -d -c "$work/varnik" >"$work/pcscd.log" 2>&1 &
+    "$installer" "$work/COM7" "$driver" >"$work/install.log" || { cat "$work/install.log"; exit 1; }
+    setpriv --pdeathsig KILL pcscd -f -d -c "$confdir/varnik" >"$work/pcscd.log" 2>&1 &
     pids="$simulator $!"
     for _ in $(seq 100); do [ -S /run/pcscd/pcscd.comm ] && break; sleep 0.05; done
 }
@@ -73,5 +76,10 @@ expect silent connect "0 protocol 1"
 expect silent transmit "0x80100016 after [4-7] s"
 expect silent still_listed 1
 expect silent log 2
+# The daemon ran the stripped copy; --remove takes it and the entry away.
+echo "symtab=$(readelf -S "$drivers/serial/libifd_varnik.so" | grep -c '\.symtab')" >>"$work/client.out"
+"$installer" --remove | grep -c "^Removed " | sed 's/^/removed=/' >>"$work/client.out"
+expect install symtab 0
+expect install removed 2
 [ "$failures" = 0 ] && echo "all scenarios passed"
 exit $((failures > 0))

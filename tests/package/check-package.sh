@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds a release archive with cpack into a temporary folder and checks it.
-#   check-package.sh linux BUILD_DIR HOST_SOURCE   unpack, build host.c through pkg-config,
-#                                                  run it against the packed simulator
+#   check-package.sh linux BUILD_DIR               unpack, build the examples through
+#                                                  pkg-config, run them against the packed
+#                                                  simulator
 #   check-package.sh windows BUILD_DIR             the zip holds x64/ and x86/ and the bindings
 set -euo pipefail
 kind="$1" build="$2"
@@ -32,17 +33,28 @@ fi
 tar -xzf "$work"/out/*.tar.gz -C "$work"
 dir=$(ls -d "$work"/varnik-*/)
 [ -z "$(ls "$dir"/config)" ] || { echo "FAIL: config/ is not empty"; exit 1; }
-PKG_CONFIG_PATH="$dir" cc -o "$dir/host" "$3" $(PKG_CONFIG_PATH="$dir" pkg-config --cflags --libs varnik)
+for example in probe_version stripe pin_cancel thaiid; do
+  cc ${VARNIK_HOST_CFLAGS:-} -std=c99 -pthread -o "$dir/$example" "$dir/examples/$example.c" \
+    $(PKG_CONFIG_PATH="$dir" pkg-config --cflags --libs varnik)
+done
 "$dir/new6210-sim" --quiet --link "$dir/config/COM7" >"$work/sim.out" &
 sim_pid=$!
 for _ in $(seq 50); do [ -s "$work/sim.out" ] && break; sleep 0.1; done
 
-# From another folder: the host finds the library through the path pkg-config gave it.
-output=$(cd / && "$dir/host" 7)
-expected="checkport 0
-version NEW6210 SIM 1.0
-stripe 52 B4111111111111111D2512101FC|B4111111111111111D2512FC
-pin 0 12 34 56 78 90 AB CD EF"
-[ "$output" = "$expected" ] || { printf 'FAIL: the host printed\n%s\nexpected\n%s\n' "$output" "$expected"; exit 1; }
+# From another folder: the examples find the library through the path pkg-config gave them.
+output=$(cd / && "$dir/probe_version" 7 && "$dir/stripe" && "$dir/pin_cancel" 30 && "$dir/thaiid" | head -3)
+expected="terminal: NEW6210 SIM 1.0
+swipe a card...
+track 1: B4111111111111111D2512101FC
+track 2: B4111111111111111D2512FC
+enter the PIN on the terminal...
+PIN block: 12 34 56 78 90 AB CD EF
+Citizen id    1234567890121
+Thai name     นาย สมชาย ใจดี
+English name  Mr. Somchai Jaidee"
+[ "$output" = "$expected" ] || { printf 'FAIL: the examples printed\n%s\nexpected\n%s\n' "$output" "$expected"; exit 1; }
 [ "$(cat "$dir/config/varnik.json")" = '{"port":7}' ] || { echo "FAIL: config/varnik.json not written beside the library"; exit 1; }
-echo "the unpacked release builds and runs a host through pkg-config"
+for want in LICENSE CHANGELOG.md man/varnik.1 install-pcscd-driver.sh libifd_varnik.so libvarnik.so.1; do
+  [ -e "$dir/$want" ] || { echo "FAIL: the archive lacks $want"; exit 1; }
+done
+echo "the unpacked release builds its examples through pkg-config and runs them"

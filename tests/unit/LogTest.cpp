@@ -23,6 +23,10 @@ TEST(Log, LinesFileNamesAndTrafficBytesAsTheyAreWritten)
         EXPECT_EQ(FormatLogLine(Morning, c.text), c.line) << (c.text ? c.text : "null");
     EXPECT_EQ(LogFileName("/opt/pos/Log/libvarnik", LocalTime{2027, 1, 2, 23, 59, 59}),
               "/opt/pos/Log/libvarnik/20270102.log");
+    // Every name of an installed library logs under one stem; other dots stay.
+    for (const char* name : {"libvarnik.so", "libvarnik.so.1", "libvarnik.so.1.0.2.0"})
+        EXPECT_EQ(ModuleFileStem(name), "libvarnik") << name;
+    EXPECT_EQ(ModuleFileStem("lib.solid.so.x"), "lib.solid.so");
 
     // Traffic bytes: upper case, colon-separated; a count below one stops at a zero byte.
     const unsigned char frame[] = {0x02, 0x34, 0x03, 0xAB, 0x00, 0xFF};

@@ -6,13 +6,14 @@
 #     the three cancels, ...), whatever the .def file says;
 #   - the C names are those of src/varnik.map, on both architectures;
 #   - only system DLLs are imported (no compiler runtime DLL has to travel with it);
-#   - FileVersion and ProductVersion are 1.0.2.0.
+#   - FileVersion and ProductVersion are project()'s version in CMakeLists.txt.
 #
 #   check-exports.sh REPOSITORY OBJDUMP Varnik.dll...
 #
 # The .def file of each DLL is chosen by its machine type (PE32+ Varnik64.def, PE32 Varnik32.def).
 set -euo pipefail -f  # no globbing: export names hold "?"
 source_dir="$1" objdump="$2"
+version=$(sed -n 's/^project(Varnik VERSION \([0-9.]*\).*/\1/p' "$source_dir/CMakeLists.txt")
 shift 2
 dlls=("$@")
 
@@ -70,7 +71,7 @@ for dll in "${dlls[@]}"; do
 
   for field in FileVersion ProductVersion; do
     value=$(strings -el "$dll" | grep -A1 -x "$field" | sed -n 2p || true)
-    [ "$value" = "1.0.2.0" ] || fail "$dll: $field is '$value', expected 1.0.2.0"
+    [ "$value" = "$version" ] || fail "$dll: $field is '$value', expected $version"
   done
   echo "$(wc -l <<<"$got") exports checked"
 done

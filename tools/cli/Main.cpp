@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "LibraryLoader.h"
+#include "LibraryPlaces.h"
 #include "PcscLoader.h"
 
 #include <cstdlib>
@@ -12,6 +13,9 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -52,6 +56,8 @@ public:
             err << "  (no place to look: give --lib PATH or set VARNIK_LIBRARY)\n";
         return nullptr;
     }
+
+    const LoadedLibrary* Loaded() const { return m_handle ? &m_library : nullptr; }
 
 private:
     std::vector<std::string> m_candidates;
@@ -98,6 +104,10 @@ const PcscApi* LoadPcsc()
 int main(int argc, char** argv)
 {
     std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+    if (words.size() == 1 && words[0] == "--version") {
+        std::cout << "varnik " VARNIK_VERSION "\n";
+        return ExitOk;
+    }
     Invocation invocation = ParseCommandLine(words);
 
     if (invocation.action == Invocation::Error) {
@@ -118,8 +128,14 @@ int main(int argc, char** argv)
         return ExitUsage;
     }
 
-    LibraryHolder library(LibraryCandidates(invocation, ExecutableFolder(), LibraryFileName(),
-                                            std::getenv("VARNIK_LIBRARY")));
+    std::vector<std::string> candidates = LibraryCandidates(
+        invocation, ExecutableFolder(), LibraryFileName(), std::getenv("VARNIK_LIBRARY"));
+#ifdef VARNIK_INSTALLED_LIBRARY
+    // Installed in the GNU layout, the library is in <prefix>/lib under its SONAME.
+    if (!invocation.libraryGiven && !ExecutableFolder().empty())
+        candidates.push_back(ExecutableFolder() + VARNIK_INSTALLED_LIBRARY);
+#endif
+    LibraryHolder library(std::move(candidates));
     CommandContext context(std::cout, std::cerr);
     context.args = invocation.args;
     context.load = [&library] { return library.Load(std::cerr); };
@@ -135,5 +151,11 @@ int main(int argc, char** argv)
     context.whileTicking = RunWhileTicking;
     int status = RunCommand(*command, context);
     std::cout.flush();
+    if (const LoadedLibrary* loaded = library.Loaded()) {
+        int port = -1;
+        if (std::string(command->name) == "checkport" && status == ExitOk)
+            ParseInt32(invocation.args[0], port);
+        ReportUnwrittenFiles(loaded->path, port, std::cerr);
+    }
     return status;
 }

@@ -7,5 +7,6 @@ mono="$1" build="$2" library="$3" simulator="$4" group="$5"
 till="$(mktemp -d /tmp/varnik-dotnet-XXXXXX)"
 trap 'rm -rf "$till"' EXIT
 mkdir "$till/config"
-cp "$build/BindingTest.exe" "$build/Varnik.Net.dll" "$build/Varnik.Net.dll.config" "$library" "$till/"
+cp "$build/BindingTest.exe" "$build/Varnik.Net.dll" "$build/Varnik.Net.dll.config" "$till/"
+cp "$library" "$till/libvarnik.so"  # the name the dllmap gives, whatever the build's real name
 "$mono" --debug "$till/BindingTest.exe" "$group" "$simulator"
