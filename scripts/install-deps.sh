@@ -40,7 +40,7 @@ if [ ${#packages[@]} -eq 0 ]; then
             g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine wine64
             python3 python3-pyscard libpcsclite1 procps libjpeg-turbo-progs
             mono-mcs mono-runtime pkg-config clang libclang-rt-14-dev
-            libpcsclite-dev pcscd pcsc-tools)
+            libpcsclite-dev pcscd pcsc-tools doxygen)
   with_wine32=1
 fi
 
