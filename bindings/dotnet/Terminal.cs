@@ -348,8 +348,9 @@ namespace Varnik
             }
             // The library keeps the port it was last asked about, working or not: put the
             // one that worked back, so that a look at another port leaves the till running.
-            if (s_workingPort > 0 && s_workingPort != port)
-                NativeMethods.PosCheckPort(s_workingPort);
+            int working = s_workingPort > 0 ? s_workingPort : ConfiguredPort();
+            if (working > 0 && working != port)
+                NativeMethods.PosCheckPort(working);
             Check("PosCheckPort", result);
         }
 
@@ -409,6 +410,23 @@ namespace Varnik
         }
 
         // --- helpers ---------------------------------------------------------------------
+
+        // The port of config/varnik.json beside the application, where the library sits as
+        // deployed; 0 if there is none.
+        static int ConfiguredPort()
+        {
+            try {
+                string path = Path.Combine(Path.Combine(AppDomain.CurrentDomain.BaseDirectory, "config"), "varnik.json");
+                var port = System.Text.RegularExpressions.Regex.Match(File.ReadAllText(path), "\"port\"\\s*:\\s*(\\d+)");
+                return port.Success ? int.Parse(port.Groups[1].Value) : 0;
+            } catch (IOException) {
+                return 0;
+            } catch (UnauthorizedAccessException) {
+                return 0;
+            } catch (OverflowException) {
+                return 0;
+            }
+        }
 
         // Runs one call in its turn. The token (and Dispose, and the process's exit) ends the
         // wait for the turn at once; during the call it sends the terminal one cancel, and
