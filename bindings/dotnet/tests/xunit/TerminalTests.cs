@@ -80,9 +80,9 @@ public class TerminalTests
     }
 
     [Fact]
-    public void StripeAndPin()
+    public void StripeKeypadAndEmv()
     {
-        using (var sim = Started()) {
+        using (var sim = Started("--mk-reply 4F:4B")) {
             StripeTracks stripe = T.ReadStripe();
             Assert.True(stripe.IsSwiped && stripe.Track1.IsChecked && stripe.Track2.IsChecked, stripe.Text);
             Assert.Equal("4111111111111111=2512101", stripe.Track1.Field);
@@ -91,9 +91,15 @@ public class TerminalTests
             Assert.Equal(new byte[] { 0x12, 0x34, 0x56, 0x78, 0x90, 0xAB, 0xCD, 0xEF }, T.ReadPinWithPrompt("บาท"));
             sim.WaitFor("pinclear.json|" + Encoding.Latin1.GetString(Encoding.UTF8.GetBytes("บาท")) + "\0");
             Assert.Throws<ArgumentException>(() => T.ReadPinWithPrompt("@x"));
+            KeyLoadReply key = T.LoadMasterKey(Enumerable.Range(1, 16).Select(i => (byte)i).ToArray());
+            Assert.Equal((false, "OK"), (key.Acknowledged, key.Text));
+            sim.WaitFor("\u0002" + "02" + "\u0001\u0002\u0003");
+            Assert.Contains("\"value\":\"JAIDEE/SOMCHAI MR\"", T.ReadEmv());
         }
-        using (Started("--swipe-fail"))
+        using (Started("--swipe-fail")) {
             Assert.Equal("READ ERROR", T.ReadStripe().Message);
+            T.EnableCardReader();
+        }
     }
 
     [Fact]
