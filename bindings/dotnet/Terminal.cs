@@ -508,11 +508,14 @@ namespace Varnik
             }
         }
 
-        // The cancel of one call: sent once, and never after the call has ended, since the
-        // library would keep it for the next wait on a port that a script left open.
+        // The cancel of one call, never sent after the call has ended, since the library would
+        // keep it for the next wait on a port that a script left open. A cancel that comes
+        // while the library is still opening the port is wiped by the open; so while the call
+        // goes on, the cancel is sent again each second.
         sealed class RunningCall
         {
             bool m_cancelled, m_ended;
+            Timer m_again;
 
             public bool IsCancelled { get { lock (this) return m_cancelled; } }
 
@@ -523,7 +526,15 @@ namespace Varnik
                         return;
                     m_cancelled = true;
                     NativeMethods.PosCancel();
+                    m_again = new Timer(state => Again(), null, 1000, 1000);
                 }
+            }
+
+            void Again()
+            {
+                lock (this)
+                    if (!m_ended)
+                        NativeMethods.PosCancel();
             }
 
             // Whether a cancel was sent.
@@ -531,6 +542,8 @@ namespace Varnik
             {
                 lock (this) {
                     m_ended = true;
+                    if (m_again != null)
+                        m_again.Dispose();
                     return m_cancelled;
                 }
             }
