@@ -3,22 +3,37 @@
 using System;
 using System.Collections.Generic;
 using System.Text;
+using System.Text.RegularExpressions;
 
 namespace Varnik
 {
+    /// <summary>What went wrong, by name.</summary>
     public enum Failure
     {
+        /// <summary>Nothing.</summary>
         None,
-        PortUnavailable,    // 110: no port known, or it will not open
-        NoTerminal,         // 1538: nothing answered the probe
-        CommandRefused,     // -1 of a script: the command failed or the terminal cancelled it
-        ScriptError,        // -2, -3 of a script: unreadable, no command, a member or card missing
-        PortClosed,         // -790: the port was found closed when the script started
-        RedirectionFailed,  // -1 of ReaderSelect: the slot could not be put in front of PC/SC
+        /// <summary>110: no port known, or it will not open.</summary>
+        PortUnavailable,
+        /// <summary>1538: nothing answered the probe.</summary>
+        NoTerminal,
+        /// <summary>-1 of a script: the command failed or the terminal cancelled it.</summary>
+        CommandRefused,
+        /// <summary>-2, -3 of a script: unreadable, no command, a member or card missing.</summary>
+        ScriptError,
+        /// <summary>-790: the port was found closed when the script started.</summary>
+        PortClosed,
+        /// <summary>-1 of ReaderSelect: the slot could not be put in front of PC/SC.</summary>
+        RedirectionFailed,
     }
 
+    /// <summary>A failure the library reported, with its result number.</summary>
     public class VarnikException : Exception
     {
+        /// <summary>A failure of <paramref name="operation"/> with the library's <paramref name="result"/>.</summary>
+        /// <param name="operation">The export or method that failed.</param>
+        /// <param name="result">The library's result.</param>
+        /// <param name="failure">The failure by name.</param>
+        /// <param name="message">What it means.</param>
         public VarnikException(string operation, int result, Failure failure, string message)
             : base(operation + ": " + message + " (" + result + ")")
         {
@@ -27,31 +42,48 @@ namespace Varnik
             Failure = failure;
         }
 
+        /// <summary>The export or method that failed.</summary>
         public string Operation { get; private set; }
+        /// <summary>The library's result.</summary>
         public int Result { get; private set; }
+        /// <summary>The failure by name.</summary>
         public Failure Failure { get; private set; }
     }
 
+    /// <summary>110: no port is known, or it will not open.</summary>
     public sealed class PortUnavailableException : VarnikException
     {
+        /// <summary>The failure of <paramref name="operation"/>.</summary>
+        /// <param name="operation">The export or method that failed.</param>
         public PortUnavailableException(string operation)
             : base(operation, 110, Failure.PortUnavailable, "no port is known or it will not open") { }
     }
 
+    /// <summary>1538: no terminal answered on the port.</summary>
     public sealed class NoTerminalException : VarnikException
     {
+        /// <summary>The failure of <paramref name="operation"/>.</summary>
+        /// <param name="operation">The export or method that failed.</param>
         public NoTerminalException(string operation)
             : base(operation, 1538, Failure.NoTerminal, "no terminal answered on the port") { }
     }
 
+    /// <summary>A command script failed.</summary>
     public sealed class CommandFailedException : VarnikException
     {
+        /// <summary>A failure of <paramref name="operation"/> with the library's <paramref name="result"/>.</summary>
+        /// <param name="operation">The export or method that failed.</param>
+        /// <param name="result">The library's result.</param>
+        /// <param name="failure">The failure by name.</param>
+        /// <param name="message">What it means.</param>
         public CommandFailedException(string operation, int result, Failure failure, string message)
             : base(operation, result, failure, message) { }
     }
 
-    // One track as the library renders it: B, the data nibbles, F and a check digit that is
-    // the XOR of the data's hexadecimal values.
+    /// <summary>
+    /// One track as the library renders it: B, the data nibbles, F and a check digit that is
+    /// the XOR of the data's hexadecimal values.
+    /// </summary>
     public sealed class StripeTrack
     {
         internal StripeTrack(string text)
@@ -68,11 +100,14 @@ namespace Varnik
             IsChecked = check >= 0 && check == xor;
         }
 
-        public string Text { get; private set; }   // as the library gave it
-        public string Data { get; private set; }   // between the sentinels, null if not a track
-        public bool IsChecked { get; private set; } // the check digit matches the data
+        /// <summary>The track as the library gave it.</summary>
+        public string Text { get; private set; }
+        /// <summary>The data between the sentinels; null if the text is not a track.</summary>
+        public string Data { get; private set; }
+        /// <summary>The check digit matches the data.</summary>
+        public bool IsChecked { get; private set; }
 
-        // The field as the terminal read it, separators back as '=' and the rest.
+        /// <summary>The field as the terminal read it, separators back as '=' and the rest.</summary>
         public string Field
         {
             get
@@ -94,11 +129,14 @@ namespace Varnik
             return -1;
         }
 
+        /// <summary>The track as the library gave it.</summary>
         public override string ToString() { return Text; }
     }
 
-    // MsreRead's text: "track1|track2". A text without a bar is the terminal's own message
-    // (a failed swipe, or its answer to a cancel), given in Message.
+    /// <summary>
+    /// The stripe read: "track1|track2". A text without a bar is the terminal's own message
+    /// (a failed swipe), given in <see cref="Message"/>.
+    /// </summary>
     public sealed class StripeTracks
     {
         internal StripeTracks(string text)
@@ -114,14 +152,19 @@ namespace Varnik
             Track2 = second.Length > 0 ? new StripeTrack(second) : null;
         }
 
+        /// <summary>The text as the library gave it.</summary>
         public string Text { get; private set; }
+        /// <summary>Track 1, or null.</summary>
         public StripeTrack Track1 { get; private set; }
-        public StripeTrack Track2 { get; private set; }  // or the card's third field as it stands
+        /// <summary>Track 2 (or the card's third field as it stands), or null.</summary>
+        public StripeTrack Track2 { get; private set; }
+        /// <summary>The terminal's message when no tracks were read; null after a swipe.</summary>
         public string Message { get; private set; }
+        /// <summary>Tracks were read.</summary>
         public bool IsSwiped { get { return Message == null; } }
     }
 
-    // "title#first#middle#last" as the card stores a name.
+    /// <summary>A name as the card stores it: "title#first#middle#last".</summary>
     public sealed class ThaiIdName
     {
         internal ThaiIdName(string parts)
@@ -130,9 +173,13 @@ namespace Varnik
             Title = Part(p, 0); First = Part(p, 1); Middle = Part(p, 2); Last = Part(p, 3);
         }
 
+        /// <summary>The title (Mr., นาย ...).</summary>
         public string Title { get; private set; }
+        /// <summary>The first name.</summary>
         public string First { get; private set; }
+        /// <summary>The middle name, often empty.</summary>
         public string Middle { get; private set; }
+        /// <summary>The family name.</summary>
         public string Last { get; private set; }
 
         static string Part(string[] parts, int index)
@@ -140,6 +187,7 @@ namespace Varnik
             return index < parts.Length ? parts[index].Trim() : "";
         }
 
+        /// <summary>The non-empty parts, one blank apart.</summary>
         public override string ToString()
         {
             var words = new List<string>();
@@ -149,33 +197,71 @@ namespace Varnik
         }
     }
 
-    // The card's record: nine fields apart by '|'. Dates are YYYYMMDD in the Buddhist era.
+    /// <summary>The card holder's sex as the card records it.</summary>
+    public enum ThaiIdSex
+    {
+        /// <summary>Neither of the card's codes.</summary>
+        Unknown = 0,
+        /// <summary>Code 1.</summary>
+        Male = 1,
+        /// <summary>Code 2.</summary>
+        Female = 2,
+    }
+
+    /// <summary>
+    /// The Thai ID card's record: nine fields apart by '|'. The card gives dates as YYYYMMDD in
+    /// the Buddhist era; they come as calendar dates here, the text kept beside them.
+    /// </summary>
     public sealed class ThaiIdCard
     {
         const int FieldCount = 9;
+        const string Lifelong = "99999999";
 
         ThaiIdCard(string[] f, byte[] photo)
         {
             CitizenId = f[0]; ThaiName = new ThaiIdName(f[1]); EnglishName = new ThaiIdName(f[2]);
-            BirthDate = f[3]; Sex = f[4]; Issuer = f[5]; IssueDate = f[6]; ExpiryDate = f[7];
+            BirthDateText = f[3]; SexCode = f[4]; Issuer = f[5]; IssueDateText = f[6]; ExpiryDateText = f[7];
+            BirthDate = ToDate(f[3]); IssueDate = ToDate(f[6]); ExpiryDate = ToDate(f[7]);
+            Sex = f[4] == "1" ? ThaiIdSex.Male : f[4] == "2" ? ThaiIdSex.Female : ThaiIdSex.Unknown;
             Address = f[8].Replace('#', ' ').Trim();
             while (Address.Contains("  "))
                 Address = Address.Replace("  ", " ");
             Photo = photo;
         }
 
+        /// <summary>The 13-digit citizen number.</summary>
         public string CitizenId { get; private set; }
+        /// <summary>The name in Thai.</summary>
         public ThaiIdName ThaiName { get; private set; }
+        /// <summary>The name in English.</summary>
         public ThaiIdName EnglishName { get; private set; }
-        public string BirthDate { get; private set; }
-        public string Sex { get; private set; }     // "1" male, "2" female
+        /// <summary>The birth date; null when the card gives no full date (some give only a year).</summary>
+        public DateTime? BirthDate { get; private set; }
+        /// <summary>The birth date as the card gives it, YYYYMMDD in the Buddhist era.</summary>
+        public string BirthDateText { get; private set; }
+        /// <summary>The sex.</summary>
+        public ThaiIdSex Sex { get; private set; }
+        /// <summary>The sex as the card gives it: "1" male, "2" female.</summary>
+        public string SexCode { get; private set; }
+        /// <summary>The issuing office.</summary>
         public string Issuer { get; private set; }
-        public string IssueDate { get; private set; }
-        public string ExpiryDate { get; private set; }  // "99999999": valid for life
+        /// <summary>The issue date; null when the text is no date.</summary>
+        public DateTime? IssueDate { get; private set; }
+        /// <summary>The issue date as the card gives it.</summary>
+        public string IssueDateText { get; private set; }
+        /// <summary>The expiry date; null for a card valid for life, or a text that is no date.</summary>
+        public DateTime? ExpiryDate { get; private set; }
+        /// <summary>The expiry date as the card gives it ("99999999": valid for life).</summary>
+        public string ExpiryDateText { get; private set; }
+        /// <summary>The card is valid for life.</summary>
+        public bool IsValidForLife { get { return ExpiryDateText == Lifelong; } }
+        /// <summary>The address, its parts one blank apart.</summary>
         public string Address { get; private set; }
-        public byte[] Photo { get; private set; }   // JPEG, binary form only
+        /// <summary>The JPEG photo; the binary form only, null from the text form.</summary>
+        public byte[] Photo { get; private set; }
 
-        // A Buddhist-era date as a calendar date; null for "99999999" or anything malformed.
+        /// <summary>A Buddhist-era YYYYMMDD date as a calendar date; null for "99999999" or anything malformed.</summary>
+        /// <param name="buddhistDate">The date as the card gives it.</param>
         public static DateTime? ToDate(string buddhistDate)
         {
             int y, m, d;
@@ -191,15 +277,21 @@ namespace Varnik
             }
         }
 
-        // The text form (already UTF-8 decoded); null if it is not the nine-field record.
+        /// <summary>The text form (already UTF-8 decoded); null if it is not the nine-field record.</summary>
+        /// <param name="text">The library's text.</param>
         public static ThaiIdCard FromText(string text)
         {
+            if (text == null)
+                throw new ArgumentNullException("text");
             return FromText(text, null);
         }
 
-        // The binary form: the record in TIS-620, then the JPEG photo (from its FF D8 FF).
+        /// <summary>The binary form: the record in TIS-620, then the JPEG photo (from its FF D8 FF).</summary>
+        /// <param name="block">The terminal's block.</param>
         public static ThaiIdCard FromBlock(byte[] block)
         {
+            if (block == null)
+                throw new ArgumentNullException("block");
             int photoAt = IndexOfJpeg(block);
             byte[] photo = null;
             if (photoAt < block.Length) {
@@ -211,8 +303,6 @@ namespace Varnik
 
         static ThaiIdCard FromText(string text, byte[] photo)
         {
-            if (text == null)
-                return null;
             string[] fields = text.TrimEnd('\0').Split('|');
             if (fields.Length != FieldCount || fields[0].Length != 13)
                 return null;
@@ -247,23 +337,53 @@ namespace Varnik
         }
     }
 
-    // What a command script gave: its number and, for some commands, a text. A negative
-    // number is a failure: -2 and -3 of the script itself, any other of its command.
+    /// <summary>What a command script did, as far as the library's answer tells.</summary>
+    public enum ExecOutcome
+    {
+        /// <summary>The command ran (or, for a document in the json folder, the library gave 0).</summary>
+        Done,
+        /// <summary>The document names no command the library knows: nothing was sent.</summary>
+        UnknownCommand,
+        /// <summary>A negative result: see <see cref="ExecResult.Failure"/>.</summary>
+        Failed,
+    }
+
+    /// <summary>
+    /// What a command script gave: its number and, for some commands, a text. A negative
+    /// number is a failure: -2 and -3 of the script itself, any other of its command.
+    /// </summary>
     public sealed class ExecResult
     {
-        internal ExecResult(int code, string text)
+        // The library answers a document whose command it does not know with 0 and sends
+        // nothing, as it answers a BEEP; only the document itself tells them apart.
+        static readonly Regex FormatMember = new Regex("\"format\"\\s*:\\s*\"([^\"]*)\"");
+        static readonly Regex CmdMember = new Regex("\"cmd\"\\s*:\\s*\"([^\"]*)\"");
+        static readonly string[] Formats = { "BEEP", "SCREEN", "APDU", "FILE", "UPLOAD", "PINPAD" };
+        static readonly string[] FileCommands = { "list", "del", "write", "UPLOAD", "PINPAD" };
+
+        internal ExecResult(int code, string text, string command)
         {
             Code = code;
             Text = text;
             Failure = code >= 0 ? Failure.None
                     : code == -2 || code == -3 ? Failure.ScriptError : Failure.CommandRefused;
+            Outcome = code < 0 ? ExecOutcome.Failed
+                    : code == 0 && IsUnknown(command) ? ExecOutcome.UnknownCommand : ExecOutcome.Done;
         }
 
+        /// <summary>The library's result: 1 for VERSION, 0 or a count for a command that ran.</summary>
         public int Code { get; private set; }
+        /// <summary>The text the command gave back ("" for most).</summary>
         public string Text { get; private set; }
+        /// <summary>The failure by name; <see cref="Varnik.Failure.None"/> for a result of 0 or more.</summary>
         public Failure Failure { get; private set; }
-        public bool Succeeded { get { return Failure == Failure.None; } }
+        /// <summary>Whether the command ran, was unknown, or failed.</summary>
+        public ExecOutcome Outcome { get; private set; }
+        /// <summary>The command ran and did not fail.</summary>
+        public bool Succeeded { get { return Outcome == ExecOutcome.Done; } }
 
+        /// <summary>Throws <see cref="CommandFailedException"/> for a failure; returns this result otherwise.</summary>
+        /// <param name="operation">The name to give in the exception.</param>
         public ExecResult ThrowIfFailed(string operation)
         {
             if (Failure == Failure.ScriptError)
@@ -274,9 +394,35 @@ namespace Varnik
                     "the terminal refused or cancelled the command");
             return this;
         }
+
+        // Only an inline document can be judged; the library takes text with a '{' and a
+        // first '}' past its first character for JSON.
+        static bool IsUnknown(string command)
+        {
+            if (command == null || command.IndexOf('{') < 0 || command.IndexOf('}') < 1)
+                return false;
+            Match format = FormatMember.Match(command);
+            if (!format.Success)
+                return false;
+            string word = format.Groups[1].Value;
+            if (!Known(Formats, word))
+                return true;
+            if (!string.Equals(word, "FILE", StringComparison.OrdinalIgnoreCase))
+                return false;
+            Match cmd = CmdMember.Match(command);
+            return cmd.Success && !Known(FileCommands, cmd.Groups[1].Value);
+        }
+
+        static bool Known(string[] words, string word)
+        {
+            foreach (string known in words)
+                if (string.Equals(known, word, StringComparison.OrdinalIgnoreCase))
+                    return true;
+            return false;
+        }
     }
 
-    // The terminal's answer to a master key: an ACK, or a text of its own.
+    /// <summary>The terminal's answer to a master key: an ACK, or a text of its own.</summary>
     public sealed class KeyLoadReply
     {
         internal KeyLoadReply(byte first, string text)
@@ -286,8 +432,11 @@ namespace Varnik
             Text = Acknowledged || Cancelled ? "" : text;
         }
 
+        /// <summary>The terminal took the key (ACK).</summary>
         public bool Acknowledged { get; private set; }
+        /// <summary>The terminal answered CAN.</summary>
         public bool Cancelled { get; private set; }
+        /// <summary>The terminal's own text, when it answered neither.</summary>
         public string Text { get; private set; }
     }
 }

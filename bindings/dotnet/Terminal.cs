@@ -1,7 +1,8 @@
 // The friendly layer: one method per thing a till does with the terminal. Buffers are sized
 // for the largest reply the library can write, texts come back decoded, failures as
 // exceptions that name them, and every call that waits for the terminal has an async form
-// whose CancellationToken sends the terminal one cancel.
+// whose CancellationToken sends the terminal one cancel and ends the call with
+// OperationCanceledException.
 using System;
 using System.Collections.Generic;
 using System.IO;
@@ -11,13 +12,18 @@ using System.Threading.Tasks;
 
 namespace Varnik
 {
-    public sealed class Terminal
+    /// <summary>
+    /// The terminal, through the library loaded in this process. Calls run one at a time
+    /// (the library holds one terminal); a call waits for its turn behind the one that runs.
+    /// Dispose ends what this instance has waiting, with <see cref="OperationCanceledException"/>.
+    /// </summary>
+    public sealed class Terminal : IDisposable
     {
-        // The library's reply buffer: no reply it hands on is longer.
+        /// <summary>The library's reply buffer: no reply it hands on is longer.</summary>
         public const int ReplyCapacity = 204800;
-        // The stripe text adds sentinels and check digits; TIS-620 grows to three bytes a
-        // character in UTF-8.
+        /// <summary>Room for a text reply: the stripe text adds sentinels and check digits.</summary>
         public const int TextBufferSize = ReplyCapacity + 16;
+        /// <summary>Room for the Thai ID text: TIS-620 grows to three bytes a character in UTF-8.</summary>
         public const int ThaiTextBufferSize = 3 * ReplyCapacity + 1;
         // The library's ThaiLen work area; a text that fills it ends the process.
         const int ThaiLenArea = 10240;
@@ -25,174 +31,271 @@ namespace Varnik
         const int Ambiguous = 110;  // a port failure, or a length of 110
         const byte Untouched = 0xA5;
 
-        // One library per process, one terminal call at a time.
-        static readonly object Gate = new object();
+        // One library per process, one terminal call at a time. A queued call waits on the
+        // semaphore, where its token can end the wait; a lock could not be left that way.
+        static readonly SemaphoreSlim Turn = new SemaphoreSlim(1, 1);
+        static readonly object Sync = new object();
+        static RunningCall s_running;       // the call inside the library now, under Sync
+        static int s_workingPort;           // the last port CheckPort found the terminal on
+        // Cancelled when the process exits: whatever waits then must not hold the exit up.
+        static readonly CancellationTokenSource Exiting = new CancellationTokenSource();
 
         static readonly Encoding Utf8 = new UTF8Encoding(false);
 
+        readonly CancellationTokenSource m_life = new CancellationTokenSource();
+
+        static Terminal()
+        {
+            AppDomain.CurrentDomain.ProcessExit += (sender, e) => CancelForExit();
+        }
+
+        /// <summary>Cancels what this instance has running or waiting for its turn; later calls throw
+        /// <see cref="ObjectDisposedException"/>.</summary>
+        public void Dispose()
+        {
+            m_life.Cancel();
+        }
+
         // --- session ---------------------------------------------------------------------
 
-        // Is the terminal there on the configured port?
+        /// <summary>Is the terminal there on the configured port?</summary>
+        /// <exception cref="PortUnavailableException">No port is known, or it will not open.</exception>
+        /// <exception cref="NoTerminalException">Nothing answered on the port.</exception>
         public void Probe()
         {
-            Check("PosSelect", Call(() => NativeMethods.PosSelect()));
+            Run(() => Check("PosSelect", NativeMethods.PosSelect()), default(CancellationToken));
         }
 
-        // Probes COM<port>; on success the library remembers it in config/varnik.json.
+        /// <summary>
+        /// Probes COM<paramref name="port"/>; on success the library remembers it in
+        /// config/varnik.json. On failure the port that worked before stays in use.
+        /// </summary>
+        /// <param name="port">The COM number (config/COM&lt;N&gt; beside the library on Linux).</param>
+        /// <exception cref="PortUnavailableException">The port will not open.</exception>
+        /// <exception cref="NoTerminalException">Nothing answered on the port.</exception>
         public void CheckPort(int port)
         {
-            Check("PosCheckPort", Call(() => NativeMethods.PosCheckPort(port)));
+            Run(() => CheckPortNow(port), default(CancellationToken));
         }
 
-        // Puts the terminal's card slot in front of this process's PC/SC calls.
+        /// <summary>Puts the terminal's card slot in front of this process's PC/SC calls.</summary>
+        /// <exception cref="VarnikException">The slot could not be put in front of PC/SC.</exception>
         public void EnableCardReader()
         {
-            int result = Call(() => NativeMethods.ReaderSelect());
-            if (result == -1)
-                throw new VarnikException("ReaderSelect", result, Failure.RedirectionFailed,
-                                          "the card slot could not be put in front of PC/SC");
-            Check("ReaderSelect", result);
+            Run(() => {
+                int result = NativeMethods.ReaderSelect();
+                if (result == -1)
+                    throw new VarnikException("ReaderSelect", result, Failure.RedirectionFailed,
+                                              "the card slot could not be put in front of PC/SC");
+                Check("ReaderSelect", result);
+            }, default(CancellationToken));
         }
 
-        public string Version() { return Call(VersionNow); }
+        /// <summary>The terminal's version text.</summary>
+        public string Version() { return Run(VersionNow, default(CancellationToken)); }
 
+        /// <summary>The terminal's version text, on a thread of its own.</summary>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<string> VersionAsync(CancellationToken token = default(CancellationToken))
         {
             return Waiting(VersionNow, token);
         }
 
-        // For the plain calls: ends the one that waits on another thread. The terminal gets
-        // one cancel and that call returns with its answer. With nothing waiting it is kept
-        // for the next wait on a port that a script left open, so prefer the async forms.
+        /// <summary>
+        /// Ends the call that waits in the library now (from any thread): the terminal gets one
+        /// cancel, and that call throws <see cref="OperationCanceledException"/>. With nothing
+        /// waiting it does nothing. Calls queued behind it keep their turn.
+        /// </summary>
         public static void Cancel()
         {
-            NativeMethods.PosCancel();
+            RunningCall running;
+            lock (Sync)
+                running = s_running;
+            if (running != null)
+                running.Cancel();
         }
 
-        // Counts the display columns of a Thai text: stacked marks take none. No terminal.
+        /// <summary>Counts the display columns of a Thai text: stacked marks take none. No terminal.</summary>
+        /// <param name="text">The text; under 10240 characters once in TIS-620.</param>
         public int ThaiColumns(string text)
         {
-            byte[] bytes = Terminated(text ?? "");
+            if (text == null)
+                throw new ArgumentNullException("text");
+            byte[] bytes = Terminated(text);
             if (Tis620Length(bytes) >= ThaiLenArea)
                 throw new ArgumentException("text too long for ThaiLen (" + ThaiLenArea + " bytes)", "text");
-            return Call(() => NativeMethods.ThaiLen(bytes));
+            return Run(() => NativeMethods.ThaiLen(bytes), default(CancellationToken));
         }
 
         // --- cards and keypad ------------------------------------------------------------
 
-        public StripeTracks ReadStripe() { return Call(ReadStripeNow); }
+        /// <summary>Waits for a swipe and gives the tracks, or the terminal's message for a bad swipe.</summary>
+        public StripeTracks ReadStripe() { return Run(ReadStripeNow, default(CancellationToken)); }
 
+        /// <summary>Waits for a swipe on a thread of its own.</summary>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<StripeTracks> ReadStripeAsync(CancellationToken token = default(CancellationToken))
         {
             return Waiting(ReadStripeNow, token);
         }
 
-        // The PIN entry screen stored on the terminal: its reply decoded from hexadecimal,
-        // the 16 bytes before the library's fixed terminator.
-        public byte[] ReadPin() { return Call(ReadPinNow); }
+        /// <summary>
+        /// The PIN entry screen stored on the terminal: its reply decoded from hexadecimal,
+        /// the 16 bytes before the library's fixed terminator.
+        /// </summary>
+        public byte[] ReadPin() { return Run(ReadPinNow, default(CancellationToken)); }
 
+        /// <summary>The PIN entry of <see cref="ReadPin"/> on a thread of its own.</summary>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<byte[]> ReadPinAsync(CancellationToken token = default(CancellationToken))
         {
             return Waiting(ReadPinNow, token);
         }
 
-        // PIN entry with a prompt of your own ("" for the terminal's "INPUT"): 8 bytes.
+        /// <summary>PIN entry with a prompt of your own: 8 bytes.</summary>
+        /// <param name="prompt">The prompt; "" for the terminal's "INPUT". It may not begin with '@'.</param>
         public byte[] ReadPinWithPrompt(string prompt)
         {
-            return Call(() => ReadPinWithPromptNow(prompt));
+            byte[] text = PromptText(prompt);
+            return Run(() => ReadPinWithPromptNow(text), default(CancellationToken));
         }
 
+        /// <summary>The PIN entry of <see cref="ReadPinWithPrompt"/> on a thread of its own.</summary>
+        /// <param name="prompt">The prompt; "" for the terminal's "INPUT". It may not begin with '@'.</param>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<byte[]> ReadPinWithPromptAsync(string prompt,
                                                    CancellationToken token = default(CancellationToken))
         {
-            return Waiting(() => ReadPinWithPromptNow(prompt), token);
+            byte[] text = PromptText(prompt);
+            return Waiting(() => ReadPinWithPromptNow(text), token);
         }
 
+        /// <summary>Loads a master key into the terminal.</summary>
+        /// <param name="key">16 bytes.</param>
         public KeyLoadReply LoadMasterKey(byte[] key)
         {
-            return Call(() => LoadMasterKeyNow(key));
+            RequireKey(key);
+            return Run(() => LoadMasterKeyNow(key), default(CancellationToken));
         }
 
+        /// <summary>Loads a master key on a thread of its own.</summary>
+        /// <param name="key">16 bytes.</param>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<KeyLoadReply> LoadMasterKeyAsync(byte[] key,
                                                      CancellationToken token = default(CancellationToken))
         {
+            RequireKey(key);
             return Waiting(() => LoadMasterKeyNow(key), token);
         }
 
-        // The terminal's EMV answer, a JSON text of the tags it read.
-        public string ReadEmv() { return Call(ReadEmvNow); }
+        /// <summary>The terminal's EMV answer, a JSON text of the tags it read.</summary>
+        public string ReadEmv() { return Run(ReadEmvNow, default(CancellationToken)); }
 
+        /// <summary>The EMV read on a thread of its own.</summary>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<string> ReadEmvAsync(CancellationToken token = default(CancellationToken))
         {
             return Waiting(ReadEmvNow, token);
         }
 
-        // The Thai ID card: withPhoto asks for the binary form, which carries the photo too.
-        // Null when the terminal's answer is no card record (a cancel, a card it can't read).
+        /// <summary>
+        /// The Thai ID card, or null when the terminal's answer is no card record (a card it
+        /// can't read).
+        /// </summary>
+        /// <param name="withPhoto">Ask for the binary form, which carries the photo too.</param>
         public ThaiIdCard ReadThaiId(bool withPhoto = false)
         {
-            return Call(() => ReadThaiIdNow(withPhoto));
+            return Run(() => ReadThaiIdNow(withPhoto), default(CancellationToken));
         }
 
+        /// <summary>The Thai ID read on a thread of its own.</summary>
+        /// <param name="withPhoto">Ask for the binary form, which carries the photo too.</param>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<ThaiIdCard> ReadThaiIdAsync(bool withPhoto = false,
                                                 CancellationToken token = default(CancellationToken))
         {
             return Waiting(() => ReadThaiIdNow(withPhoto), token);
         }
 
-        // The raw forms: mode & 3 of 0 or 1 gives text, 2 or 3 the terminal's block.
+        /// <summary>The Thai ID card's text as the library gives it.</summary>
+        /// <param name="mode">The read mode; mode &amp; 3 of 0 or 1 gives text.</param>
         public string ReadThaiIdText(int mode = 0)
         {
             RequireMode(mode, false);
-            return Call(() => ReadThaiIdTextNow(mode));
+            return Run(() => ReadThaiIdTextNow(mode), default(CancellationToken));
         }
 
+        /// <summary>The Thai ID card's block as the terminal sends it: the record in TIS-620 and the photo.</summary>
+        /// <param name="mode">The read mode; mode &amp; 3 of 2 or 3 gives the block.</param>
         public byte[] ReadThaiIdBlock(int mode = 2)
         {
             RequireMode(mode, true);
-            return Call(() => ReadThaiIdBlockNow(mode));
+            return Run(() => ReadThaiIdBlockNow(mode), default(CancellationToken));
         }
 
         // --- command scripts -------------------------------------------------------------
 
-        // "VERSION", a JSON command document, or the name of one in the library's json folder.
-        public ExecResult Exec(string command) { return Call(() => ExecNow("PosExec", command)); }
+        /// <summary>Runs one terminal command.</summary>
+        /// <param name="command">"VERSION", a JSON command document, or the name of one in the
+        /// library's json folder.</param>
+        public ExecResult Exec(string command)
+        {
+            RequireText(command, "command");
+            return Run(() => ExecNow("PosExec", command), default(CancellationToken));
+        }
 
+        /// <summary>Runs one terminal command on a thread of its own.</summary>
+        /// <param name="command">As for <see cref="Exec"/>.</param>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<ExecResult> ExecAsync(string command, CancellationToken token = default(CancellationToken))
         {
+            RequireText(command, "command");
             return Waiting(() => ExecNow("PosExec", command), token);
         }
 
-        // Puts one file from this computer on the terminal, under its base name.
+        /// <summary>Puts one file from this computer on the terminal, under its base name.</summary>
+        /// <param name="hostFile">The file's path on this computer.</param>
+        /// <exception cref="FileNotFoundException">No such file.</exception>
+        /// <exception cref="CommandFailedException">The terminal refused or failed to store it.</exception>
         public void Upload(string hostFile)
         {
             string command = UploadCommand(hostFile);
-            Call(() => ExecNow("Upload", command).ThrowIfFailed("Upload"));
+            Run(() => ExecNow("Upload", command).ThrowIfFailed("Upload"), default(CancellationToken));
         }
 
+        /// <summary>The upload of <see cref="Upload"/> on a thread of its own.</summary>
+        /// <param name="hostFile">The file's path on this computer.</param>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task UploadAsync(string hostFile, CancellationToken token = default(CancellationToken))
         {
             string command = UploadCommand(hostFile);
             return Waiting(() => ExecNow("Upload", command).ThrowIfFailed("Upload"), token);
         }
 
-        // The terminal's files, one line each as the terminal lists them.
-        public IList<string> ListFiles() { return Call(ListFilesNow); }
+        /// <summary>The terminal's files, one line each as the terminal lists them.</summary>
+        public IList<string> ListFiles() { return Run(ListFilesNow, default(CancellationToken)); }
 
+        /// <summary>The file list on a thread of its own.</summary>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task<IList<string>> ListFilesAsync(CancellationToken token = default(CancellationToken))
         {
             return Waiting(ListFilesNow, token);
         }
 
+        /// <summary>Deletes one of the terminal's files.</summary>
+        /// <param name="name">The terminal's name of the file.</param>
         public void DeleteFile(string name)
         {
-            string command = Command("FILE", "del", "file", name);
-            Call(() => ExecNow("DeleteFile", command).ThrowIfFailed("DeleteFile"));
+            string command = DeleteCommand(name);
+            Run(() => ExecNow("DeleteFile", command).ThrowIfFailed("DeleteFile"), default(CancellationToken));
         }
 
+        /// <summary>The delete of <see cref="DeleteFile"/> on a thread of its own.</summary>
+        /// <param name="name">The terminal's name of the file.</param>
+        /// <param name="token">Cancels the call, waiting or queued.</param>
         public Task DeleteFileAsync(string name, CancellationToken token = default(CancellationToken))
         {
-            string command = Command("FILE", "del", "file", name);
+            string command = DeleteCommand(name);
             return Waiting(() => ExecNow("DeleteFile", command).ThrowIfFailed("DeleteFile"), token);
         }
 
@@ -218,13 +321,8 @@ namespace Varnik
             return Slice(buffer, 0, 16);
         }
 
-        static byte[] ReadPinWithPromptNow(string prompt)
+        static byte[] ReadPinWithPromptNow(byte[] text)
         {
-            prompt = prompt ?? "";
-            // An "@" input is a terminal script request, not a prompt.
-            if (prompt.StartsWith("@", StringComparison.Ordinal))
-                throw new ArgumentException("a prompt may not begin with '@'", "prompt");
-            byte[] text = Terminated(prompt);
             byte[] buffer = new byte[Math.Max(ReplyCapacity, text.Length)];
             Array.Copy(text, buffer, text.Length);
             if (NativeMethods.PinReadKeyClear(buffer) == Ambiguous)
@@ -234,13 +332,26 @@ namespace Varnik
 
         static KeyLoadReply LoadMasterKeyNow(byte[] key)
         {
-            if (key == null || key.Length != 16)
-                throw new ArgumentException("a master key is 16 bytes", "key");
             byte[] buffer = new byte[ReplyCapacity];
             Array.Copy(key, buffer, 16);
             if (NativeMethods.PinLoadMK(buffer) == Ambiguous)
                 throw new PortUnavailableException("PinLoadMK");
             return new KeyLoadReply(buffer[0], Utf8.GetString(buffer, 0, LengthOf(buffer)));
+        }
+
+        static void CheckPortNow(int port)
+        {
+            int result = NativeMethods.PosCheckPort(port);
+            if (result == 0) {
+                s_workingPort = port;
+                return;
+            }
+            // The library keeps the port it was last asked about, working or not: put the
+            // one that worked back, so that a look at another port leaves the till running.
+            int working = s_workingPort > 0 ? s_workingPort : ConfiguredPort();
+            if (working > 0 && working != port)
+                NativeMethods.PosCheckPort(working);
+            Check("PosCheckPort", result);
         }
 
         static string ReadEmvNow()
@@ -276,13 +387,13 @@ namespace Varnik
         static ExecResult ExecNow(string operation, string command)
         {
             byte[] buffer = new byte[TextBufferSize];
-            int result = NativeMethods.PosExec(buffer, Terminated(command ?? ""));
+            int result = NativeMethods.PosExec(buffer, Terminated(command));
             if (result == Ambiguous)
                 throw new PortUnavailableException(operation);
             if (result == -790)
                 throw new CommandFailedException(operation, result, Failure.PortClosed,
                                                  "the port closed under the command");
-            return new ExecResult(result, Utf8.GetString(buffer, 0, LengthOf(buffer)));
+            return new ExecResult(result, Utf8.GetString(buffer, 0, LengthOf(buffer)), command);
         }
 
         static IList<string> ListFilesNow()
@@ -300,70 +411,141 @@ namespace Varnik
 
         // --- helpers ---------------------------------------------------------------------
 
-        static T Call<T>(Func<T> call)
+        // The port of config/varnik.json beside the application, where the library sits as
+        // deployed; 0 if there is none.
+        static int ConfiguredPort()
         {
-            lock (Gate)
-                return call();
+            try {
+                string path = Path.Combine(Path.Combine(AppDomain.CurrentDomain.BaseDirectory, "config"), "varnik.json");
+                var port = System.Text.RegularExpressions.Regex.Match(File.ReadAllText(path), "\"port\"\\s*:\\s*(\\d+)");
+                return port.Success ? int.Parse(port.Groups[1].Value) : 0;
+            } catch (IOException) {
+                return 0;
+            } catch (UnauthorizedAccessException) {
+                return 0;
+            } catch (OverflowException) {
+                return 0;
+            }
         }
 
-        static void Call(Action call)
+        // Runs one call in its turn. The token (and Dispose, and the process's exit) ends the
+        // wait for the turn at once; during the call it sends the terminal one cancel, and
+        // the call then throws instead of handing on the terminal's answer to that cancel,
+        // which is no result (16 zero bytes for a PIN, a CAN for the stripe).
+        T Run<T>(Func<T> call, CancellationToken token)
         {
-            lock (Gate)
-                call();
-        }
-
-        // Runs a waiting call on a thread of its own. A cancel of the token while the call
-        // runs sends PosCancel once; the call then ends with the terminal's answer to it. A
-        // cancel after the call has ended sends nothing, since it would hit the next call.
-        static Task<T> Waiting<T>(Func<T> call, CancellationToken token)
-        {
-            if (token.IsCancellationRequested)
-                return CancelledTask<T>(token);
-            return Task.Factory.StartNew(() => {
-                lock (Gate) {
-                    token.ThrowIfCancellationRequested();
-                    var cancel = new OneCancel();
-                    using (token.Register(cancel.Send)) {
-                        try {
-                            return call();
-                        } finally {
-                            cancel.Close();
-                        }
-                    }
+            if (m_life.IsCancellationRequested)
+                throw new ObjectDisposedException("Terminal");
+            using (var ending = CancellationTokenSource.CreateLinkedTokenSource(token, m_life.Token, Exiting.Token)) {
+                try {
+                    Turn.Wait(ending.Token);
+                } catch (OperationCanceledException) {
+                    throw Cancelled(token);
                 }
-            }, token, TaskCreationOptions.LongRunning, TaskScheduler.Default);
+                var running = new RunningCall();
+                try {
+                    lock (Sync)
+                        s_running = running;
+                    T result;
+                    using (ending.Token.Register(running.Cancel))
+                        result = running.IsCancelled ? default(T) : call();
+                    if (running.End())
+                        throw Cancelled(token);
+                    return result;
+                } finally {
+                    lock (Sync) {
+                        s_running = null;
+                        Monitor.PulseAll(Sync);
+                    }
+                    Turn.Release();
+                }
+            }
         }
 
-        static Task Waiting(Action call, CancellationToken token)
+        void Run(Action call, CancellationToken token)
+        {
+            Run(() => { call(); return true; }, token);
+        }
+
+        // A waiting call on a thread of its own, which is a background thread: it never keeps
+        // the process alive.
+        Task<T> Waiting<T>(Func<T> call, CancellationToken token)
+        {
+            if (m_life.IsCancellationRequested)
+                throw new ObjectDisposedException("Terminal");
+            if (token.IsCancellationRequested)
+                return CancelledTask<T>();
+            return Task.Factory.StartNew(() => Run(call, token), token,
+                                         TaskCreationOptions.LongRunning, TaskScheduler.Default);
+        }
+
+        Task Waiting(Action call, CancellationToken token)
         {
             return Waiting(() => { call(); return true; }, token);
         }
 
-        static Task<T> CancelledTask<T>(CancellationToken token)
+        static Task<T> CancelledTask<T>()
         {
             var source = new TaskCompletionSource<T>();
             source.SetCanceled();
             return source.Task;
         }
 
-        sealed class OneCancel
+        static OperationCanceledException Cancelled(CancellationToken token)
         {
-            bool m_done;
+            return new OperationCanceledException("the call was cancelled", token);
+        }
 
-            public void Send()
+        // At exit a call may wait in the library for a customer who never comes; the runtime's
+        // shutdown (Mono's) then waits for that thread for ever. One cancel brings it out.
+        static void CancelForExit()
+        {
+            Exiting.Cancel();
+            lock (Sync) {
+                DateTime until = DateTime.UtcNow.AddSeconds(2);
+                while (s_running != null && DateTime.UtcNow < until)
+                    Monitor.Wait(Sync, 100);
+            }
+        }
+
+        // The cancel of one call, never sent after the call has ended, since the library would
+        // keep it for the next wait on a port that a script left open. A cancel that comes
+        // while the library is still opening the port is wiped by the open; so while the call
+        // goes on, the cancel is sent again each second.
+        sealed class RunningCall
+        {
+            bool m_cancelled, m_ended;
+            Timer m_again;
+
+            public bool IsCancelled { get { lock (this) return m_cancelled; } }
+
+            public void Cancel()
             {
                 lock (this) {
-                    if (m_done)
+                    if (m_cancelled || m_ended)
                         return;
-                    m_done = true;
+                    m_cancelled = true;
                     NativeMethods.PosCancel();
+                    m_again = new Timer(state => Again(), null, 1000, 1000);
                 }
             }
 
-            public void Close()
+            void Again()
             {
                 lock (this)
-                    m_done = true;
+                    if (!m_ended)
+                        NativeMethods.PosCancel();
+            }
+
+            // Whether a cancel was sent.
+            public bool End()
+            {
+                lock (this) {
+                    m_ended = true;
+                    if (m_again != null)
+                        m_again.Dispose();
+                    return m_cancelled;
+                }
             }
         }
 
@@ -431,10 +613,43 @@ namespace Varnik
 
         static string UploadCommand(string hostFile)
         {
+            RequireText(hostFile, "hostFile");
             // The library reports a file it cannot open as success; tell it here instead.
             if (!File.Exists(hostFile))
                 throw new FileNotFoundException("no file to upload", hostFile);
             return Command("FILE", "write", "file", Path.GetFullPath(hostFile));
+        }
+
+        static string DeleteCommand(string name)
+        {
+            RequireText(name, "name");
+            return Command("FILE", "del", "file", name);
+        }
+
+        static void RequireText(string text, string name)
+        {
+            if (text == null)
+                throw new ArgumentNullException(name);
+            if (text.Length == 0)
+                throw new ArgumentException("empty", name);
+        }
+
+        static void RequireKey(byte[] key)
+        {
+            if (key == null)
+                throw new ArgumentNullException("key");
+            if (key.Length != 16)
+                throw new ArgumentException("a master key is 16 bytes", "key");
+        }
+
+        static byte[] PromptText(string prompt)
+        {
+            if (prompt == null)
+                throw new ArgumentNullException("prompt");
+            // An "@" input is a terminal script request, not a prompt.
+            if (prompt.StartsWith("@", StringComparison.Ordinal))
+                throw new ArgumentException("a prompt may not begin with '@'", "prompt");
+            return Terminated(prompt);
         }
 
         static string Command(string format, string cmd, string key, string value)

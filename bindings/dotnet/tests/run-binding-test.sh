@@ -5,8 +5,10 @@
 set -euo pipefail
 mono="$1" build="$2" library="$3" simulator="$4" group="$5"
 till="$(mktemp -d /tmp/varnik-dotnet-XXXXXX)"
-trap 'rm -rf "$till"' EXIT
+# The simulator the program started, by the id it wrote down.
+trap '[ ! -f "$till/sim.pid" ] || kill "$(cat "$till/sim.pid")" 2>/dev/null || true; rm -rf "$till"' EXIT
 mkdir "$till/config"
 cp "$build/BindingTest.exe" "$build/Varnik.Net.dll" "$build/Varnik.Net.dll.config" "$till/"
 cp "$library" "$till/libvarnik.so"  # the name the dllmap gives, whatever the build's real name
-"$mono" --debug "$till/BindingTest.exe" "$group" "$simulator"
+# A process that hangs on its way out fails here, well before the ctest time-out.
+timeout 30 "$mono" --debug "$till/BindingTest.exe" "$group" "$simulator"
