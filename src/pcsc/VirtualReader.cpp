@@ -213,7 +213,9 @@ LONG PCSC_API SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, const BYTE* pb
     // byte. A NUL behind it goes along only where the host's buffer has room for it.
     const size_t count = std::min<size_t>(received, TxRxCapacity - 1);
     const bool withNul = room > received && context.rxBuffer[count] == 0;
-    std::memcpy(pbRecvBuffer, context.rxBuffer, count + (withNul ? 1 : 0));
+    // A null buffer has no room, so only an empty answer gets here with one: nothing to copy.
+    if (pbRecvBuffer != nullptr)
+        std::memcpy(pbRecvBuffer, context.rxBuffer, count + (withNul ? 1 : 0));
     return SCARD_S_SUCCESS;
 }
 
