@@ -61,17 +61,15 @@ bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned lon
     return true;
 }
 
-bool FrameComplete(const uint8_t* raw, int total)
-{
-    return total >= 4 && raw[0] == STX && raw[total - 2] == ETX &&
-           raw[total - 1] == CheckOf(raw + 1, total - 3);
-}
-
-bool FrameUnfinished(const uint8_t* raw, int total)
+ReplyEnd JudgeReply(const uint8_t* raw, int total, uint8_t operation)
 {
     if (raw[0] != STX && raw[0] != SI)
-        return false;
-    return total < 3 || raw[total - 2] != (raw[0] == STX ? ETX : SO);
+        return ReplyEnd::Quiet;
+    if (total < 3 || raw[total - 2] != (raw[0] == STX ? ETX : SO))
+        return ReplyEnd::Awaited;
+    const bool sized = operation == OpCardOpen && raw[0] == STX && total == raw[1] + 4;
+    return sized && raw[total - 1] == CheckOf(raw + 1, total - 3) ? ReplyEnd::Whole
+                                                                  : ReplyEnd::Quiet;
 }
 
 int StripReply(uint8_t* raw, int total)
@@ -109,7 +107,7 @@ void ReaderChannel::Close()
     m_context.serial.Close();
 }
 
-int ReaderChannel::ReadWithin(int deadlineMs)
+int ReaderChannel::ReadWithin(uint8_t operation, int deadlineMs)
 {
     uint8_t* buffer = m_context.rxBuffer;
     const int room = TxRxCapacity - 1;
@@ -124,13 +122,13 @@ int ReaderChannel::ReadWithin(int deadlineMs)
         if (n > 0) {
             total += n;
             lastByteAt = now;
-            if (FrameComplete(buffer, total) || total >= room)
+            if (total >= room || JudgeReply(buffer, total, operation) == ReplyEnd::Whole)
                 return total;
         }
         // A quiet line ends a reply, unless it is a frame whose end hasn't come: a pause
         // inside a frame (a USB adapter's latency) waits for the rest until the deadline.
         int64_t until = deadline;
-        if (total > 0 && !FrameUnfinished(buffer, total))
+        if (total > 0 && JudgeReply(buffer, total, operation) != ReplyEnd::Awaited)
             until = std::min(deadline, lastByteAt + int64_t{SilenceMs} * 1000);
         if (now >= until)
             return total;  // 0: nothing came in time
@@ -161,7 +159,7 @@ int ReaderChannel::Exchange(uint8_t operation, const uint8_t* payload, int lengt
     AppendBytes(context, payload, length);
     CloseFrame(context);
 
-    const int raw = SendFrame(context) > 0 ? ReadWithin(deadlineMs) : -1;
+    const int raw = SendFrame(context) > 0 ? ReadWithin(operation, deadlineMs) : -1;
     const int stripped = raw > 0 ? StripReply(context.rxBuffer, raw) : -1;
     if (stripped < 0) {
         const char* device = m_device.c_str();
