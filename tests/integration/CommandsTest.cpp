@@ -160,6 +160,9 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         {tree, {"--decline-upload=#2"}, 0, "stored declined stored", {}},
         {tree, {"--fail-upload=#2"}, -1, "stored failed", {}},
         {tree, {"--vanish-after", "3"}, -1, "stored", {}},
+        // Only the closing reply's first byte counts: a frame holding a CAN stores, a CAN and more fails.
+        {tree, {"--closing-reply", "02:18:03:1B"}, 0, "stored stored stored", {}},
+        {tree, {"--closing-reply", "18:4F:4B"}, -1, "stored", {}},
         // Exactly the announced count goes, and a file that grew or shrank meanwhile fails.
         {R"({"format":"FILE","cmd":"write","file":"$log"})", {}, -1, "stored", {}},
         {R"({"format":"FILE","cmd":"write","file":"/sys/devices/system/cpu/online"})", {}, -1, "stored", {"online 4096"}},
