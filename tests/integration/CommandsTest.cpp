@@ -118,6 +118,7 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         {"@@pin.json", {}, 0, Script("pin.json"), "OK", ""},
         {"@$/list.json", {"--files", "a.bin:3"}, 0, ListFrame, "a.bin 3\n", ""},
         {"@$/missing.json", {}, -2, {}, "", ""},
+        {"@}{", {}, -1, {}, "", ""},  // text without a format, not a file name, whatever the brace order
         {"@" + json, {"--reply", "3033=18"}, -1, Script(json), "", ""},
         {R"(@{"format":"FILE"})", {}, 0, {}, "", ""},
         {R"(@{"format":"FILE","cmd":"format"})", {}, -1, {}, "", ""},
