@@ -120,6 +120,7 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         {"@$/missing.json", {}, -2, {}, "", ""},
         {"@}{", {}, -1, {}, "", ""},  // text without a format, not a file name, whatever the brace order
         {"@" + json, {"--reply", "3033=18"}, -1, Script(json), "", ""},
+        {"@" + json, {"--oversize", "200"}, 0, Script(json), "OK" + std::string(125, 'X'), ""},  // cut to the work buffer
         {R"(@{"format":"FILE"})", {}, 0, {}, "", ""},
         {R"(@{"format":"FILE","cmd":"format"})", {}, -1, {}, "", ""},
         {R"(@{"format":"BEEP"})", {}, -1, {}, "", ""},
