@@ -118,7 +118,9 @@ TEST(Commands, EachCommandAndRequestSendsItsFrameAndGivesItsResult)
         {"@@pin.json", {}, 0, Script("pin.json"), "OK", ""},
         {"@$/list.json", {"--files", "a.bin:3"}, 0, ListFrame, "a.bin 3\n", ""},
         {"@$/missing.json", {}, -2, {}, "", ""},
+        {"@}{", {}, -1, {}, "", ""},  // text without a format, not a file name, whatever the brace order
         {"@" + json, {"--reply", "3033=18"}, -1, Script(json), "", ""},
+        {"@" + json, {"--oversize", "200"}, 0, Script(json), "OK" + std::string(125, 'X'), ""},  // cut to the work buffer
         {R"(@{"format":"FILE"})", {}, 0, {}, "", ""},
         {R"(@{"format":"FILE","cmd":"format"})", {}, -1, {}, "", ""},
         {R"(@{"format":"BEEP"})", {}, -1, {}, "", ""},
@@ -160,6 +162,9 @@ TEST(Commands, UploadsArriveWholeOrStopAsTheTerminalAnswers)
         {tree, {"--decline-upload=#2"}, 0, "stored declined stored", {}},
         {tree, {"--fail-upload=#2"}, -1, "stored failed", {}},
         {tree, {"--vanish-after", "3"}, -1, "stored", {}},
+        // Only the closing reply's first byte counts: a frame holding a CAN stores, a CAN and more fails.
+        {tree, {"--closing-reply", "02:18:03:1B"}, 0, "stored stored stored", {}},
+        {tree, {"--closing-reply", "18:4F:4B"}, -1, "stored", {}},
         // Exactly the announced count goes, and a file that grew or shrank meanwhile fails.
         {R"({"format":"FILE","cmd":"write","file":"$log"})", {}, -1, "stored", {}},
         {R"({"format":"FILE","cmd":"write","file":"/sys/devices/system/cpu/online"})", {}, -1, "stored", {"online 4096"}},

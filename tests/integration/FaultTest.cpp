@@ -173,11 +173,13 @@ TEST(Hardening, CheckPortClosesAPortLeftOpenUnderAnotherNumber)
 
 TEST(Hardening, TheSavedPortReplacesTheConfigFileWhole)
 {
-    // A second name for the old file keeps the old bytes only if the new file is a new one.
+    // A second name for the old file keeps the old bytes only if the new file is a new one;
+    // a longer temporary file left by a crash must not lend the new one its tail.
     Session s;
     const std::string config = s.folder.ConfigFolder() + "varnik.json";
     const std::string keep = s.folder.Folder() + "/old.json";
     ASSERT_EQ(link(config.c_str(), keep.c_str()), 0);
+    std::ofstream(config + ".tmp") << "{\"port\":6,\"name\":\"left by a crash\"}";
     Simulator terminal(s.folder.PortLink(6));
 
     EXPECT_EQ(s.Get<PortCall>("PosCheckPort")(6), 0);

@@ -1,10 +1,23 @@
 // The port driver's result rules, on a real pseudo-terminal.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <cstring>
 
 #include "PtyPort.h"
 #include "serial/CComPort.h"
+
+// Writes to the line, counted on their way to the real call.
+int g_lineFd = -1, g_lineWrites = 0;
+
+extern "C" ssize_t write(int fd, const void* data, size_t size)
+{
+    using Real = ssize_t (*)(int, const void*, size_t);
+    static const Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "write"));
+    g_lineWrites += fd == g_lineFd;
+    return real(fd, data, size);
+}
 
 namespace {
 
@@ -21,10 +34,14 @@ TEST_F(PortTest, WritesUpToAHundredBytesReportTheirCountLongerOnesReportOne)
 {
     line.EnableLog();
     Bytes hundred(100, 0x41), longer(101, 0x42);
+    g_lineFd = port.m_hPort;
     EXPECT_EQ(port.Write(hundred.data(), 100), 100);
     EXPECT_EQ(line.Receive(), hundred);
+    EXPECT_EQ(g_lineWrites, 100) << "one byte a write";
     EXPECT_EQ(port.Write(longer.data(), 101), 1);
     EXPECT_EQ(line.Receive(), longer);
+    EXPECT_EQ(g_lineWrites, 101) << "the whole frame at once";
+    g_lineFd = -1;
     // A count below 1 logs the buffer up to its first zero byte, so it must have one.
     const char text[] = "AB";
     EXPECT_EQ(port.Write(text, 0), 0);

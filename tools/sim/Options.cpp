@@ -268,6 +268,7 @@ const std::vector<OptionInfo>& AllOptions() {
          Milliseconds([](SimOptions& o) -> int& { return o.session.streamGiveUpMs; })},
         {"empty-upload-pause", A::Required,
          Milliseconds([](SimOptions& o) -> int& { return o.session.emptyUploadPauseMs; })},
+        {"closing-reply", A::Required, HexBytes([](SimOptions& o) -> Bytes& { return o.session.closingReply; })},
     };
     return all;
 }
@@ -394,6 +395,8 @@ Faults, for testing how the host copes:
                        pause MS between the ACK of an empty file's announcement and its
                        closing reply (default 0: both at once, so that a host may read them
                        in one piece, as it may from a terminal)
+  --closing-reply HEX  close every upload with exactly these bytes (the file is kept or not
+                       as without it), e.g. 02:18:03:1B, a frame whose payload is a CAN
   --overrun MS         when the host takes no byte of a reply for MS ms (its port is closed,
                        or it reads slowly), the rest of the reply and the bytes it has not
                        read are lost, as on a real line (default 500; 0: wait for ever)

@@ -125,7 +125,8 @@ void Simulator::OnStreamEnd(const Bytes& content) {
                 Crc32Text(crc) +
                 (crc == upload.crc ? " (good)"
                                    : " (announced " + Crc32Text(upload.crc) + ": MISMATCH)"));
-    Deliver(nullptr, FinishUpload(content, state_));
+    const Reply closing = FinishUpload(content, state_);
+    Deliver(nullptr, options_.closingReply.empty() ? closing : Reply::RawBytes(options_.closingReply));
 }
 
 void Simulator::Deliver(const OpCode* code, const Reply& reply) {

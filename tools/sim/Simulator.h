@@ -23,6 +23,7 @@ struct SessionOptions {
     // of an empty file right behind its ACK. Both can be made friendlier (0: as a terminal).
     int streamGiveUpMs = 0;      // a stream silent this long before its end is answered CAN
     int emptyUploadPauseMs = 0;  // pause between the ACK and the closing reply of an empty file
+    Bytes closingReply;          // --closing-reply: these bytes close every upload instead
 };
 
 class Simulator {
