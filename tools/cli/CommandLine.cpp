@@ -26,6 +26,7 @@ Invocation ParseCommandLine(const std::vector<std::string>& words)
     Invocation invocation;
     size_t i = 0;
     bool wantsHelp = false;
+    bool wantsVersion = false;
     for (; i < words.size(); ++i) {
         const std::string& word = words[i];
         if (word == "--lib") {
@@ -36,6 +37,17 @@ Invocation ParseCommandLine(const std::vector<std::string>& words)
         } else if (word.compare(0, 6, "--lib=") == 0) {
             invocation.libraryGiven = true;
             invocation.libraryPath = word.substr(6);
+        } else if (word == "--timeout" || word.compare(0, 10, "--timeout=") == 0) {
+            std::string value;
+            if (word.size() > 9)
+                value = word.substr(10);
+            else if (i + 1 < words.size())
+                value = words[++i];
+            if (!ParseInt32(value, invocation.timeoutSeconds) || invocation.timeoutSeconds < 0 ||
+                invocation.timeoutSeconds > 86400)
+                return Fail("--timeout needs whole seconds from 0 (no limit) to 86400");
+        } else if (word == "--version") {
+            wantsVersion = true;
         } else if (IsHelpOption(word)) {
             wantsHelp = true;
         } else if (word.size() > 1 && word[0] == '-') {
@@ -47,6 +59,12 @@ Invocation ParseCommandLine(const std::vector<std::string>& words)
     if (invocation.libraryGiven && invocation.libraryPath.empty())
         return Fail("--lib needs a path");
 
+    if (wantsVersion && !wantsHelp) {
+        if (i < words.size())
+            return Fail("--version takes no command");
+        invocation.action = Invocation::Version;
+        return invocation;
+    }
     if (wantsHelp) {
         invocation.action = Invocation::Help;
         if (i < words.size() && !SameWord(words[i], "help"))

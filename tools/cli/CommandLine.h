@@ -6,10 +6,11 @@
 #include <vector>
 
 struct Invocation {
-    enum Action { Run, Help, Error };
+    enum Action { Run, Help, Version, Error };
     Action action = Error;
     bool libraryGiven = false;   // --lib was on the line
     std::string libraryPath;     // its value
+    int timeoutSeconds = -1;     // --timeout; -1 when not given, 0 for no limit
     std::string command;         // Run: the command word as typed
     std::vector<std::string> args;
     std::string helpTopic;       // Help: a command word, or empty for the overview
@@ -17,7 +18,8 @@ struct Invocation {
 };
 
 // `words` are the arguments without the program name:
-//   [--lib PATH | --lib=PATH | -h | --help]... COMMAND [ARGUMENTS...]
+//   [--lib PATH | --lib=PATH | --timeout S | --timeout=S | -h | --help]... COMMAND [ARGS...]
+//   [--lib PATH] --version
 //   help [COMMAND]          COMMAND --help          COMMAND -h
 // Options count only before the command word; what follows belongs to the command.
 Invocation ParseCommandLine(const std::vector<std::string>& words);

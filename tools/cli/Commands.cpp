@@ -5,8 +5,12 @@
 #include "PcscSession.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <ostream>
+#include <thread>
 
 const LoadedLibrary* Load(CommandContext& context)
 {
@@ -22,6 +26,51 @@ int ReportFailure(CommandContext& context, int result)
     else
         context.out << "The library answered with the unexpected result " << result << ".\n";
     return ExitTerminal;
+}
+
+// A cancel that lands while the library opens the port is wiped by the open, so the watchdog
+// sends it again each second; a terminal that answers none of them is given up after a while,
+// since the library itself would wait for it for ever.
+const int CancelRepeatMs = 1000;
+const int CancelGraceMs = 3000;
+
+int WaitWithin(CommandContext& context, const VarnikApi& api, const std::function<int()>& call)
+{
+    if (context.beginWait)
+        context.beginWait(api);
+    int result = 0;
+    if (context.timeoutMs <= 0 || !api.PosCancel) {
+        result = call();
+    } else {
+        std::mutex lock;
+        std::condition_variable wake;
+        bool done = false, expired = false;
+        std::thread watchdog([&] {
+            std::unique_lock<std::mutex> hold(lock);
+            auto isDone = [&] { return done; };
+            if (wake.wait_for(hold, std::chrono::milliseconds(context.timeoutMs), isDone))
+                return;
+            expired = true;
+            for (int waitedMs = 0; !done; waitedMs += CancelRepeatMs) {
+                if (waitedMs >= CancelGraceMs && context.abandon)
+                    context.abandon(context.timeoutSeconds);
+                api.PosCancel();
+                wake.wait_for(hold, std::chrono::milliseconds(CancelRepeatMs), isDone);
+            }
+        });
+        result = call();
+        {
+            std::lock_guard<std::mutex> hold(lock);
+            done = true;
+        }
+        wake.notify_all();
+        watchdog.join();
+        if (expired)
+            context.timedOut = context.cancelled = true;
+    }
+    if (context.endWait && context.endWait())
+        context.cancelled = true;
+    return result;
 }
 
 namespace {
@@ -622,16 +671,16 @@ const std::vector<Command> g_commands = {
      "for the terminal's acknowledgement (PosSelect). The port comes from\n"
      "config/varnik.json beside the library, e.g. {\"port\":7}, or from an earlier\n"
      "checkport.\n" SESSION_RESULTS,
-     0, 0, RunProbe},
+     0, 0, RunProbe, true},
     {"checkport", "checkport N", "Try port N and remember it if the terminal answers",
      "Probes the terminal on port N (PosCheckPort). When it answers, the library writes\n"
      "{\"port\":N} to config/varnik.json beside it (if that folder exists), and later loads\n"
      "start on that port. N is a whole number.\n" SESSION_RESULTS,
-     1, 1, RunCheckPort},
+     1, 1, RunCheckPort, true},
     {"version", "version", "Print the terminal's version text",
      "Asks the terminal for its version (getVersion) and prints the text it sends. This is\n"
      "the terminal's version; the library's own is in its file properties.\n" READ_RESULTS,
-     0, 0, RunVersion},
+     0, 0, RunVersion, true},
     {"swipe", "swipe", "Read a magnetic stripe",
      "Waits for a card to be swiped on the terminal (MsreRead) and prints the tracks as\n"
      "the library gives them, then each track on a line of its own. The wait has no time\n"
@@ -662,7 +711,7 @@ const std::vector<Command> g_commands = {
      "00112233445566778899AABBCCDDEEFF, and prints the terminal's reply: one byte (06 ACK\n"
      "when it took the key) or a text. A reply other than ACK or a text gives status 3.\n"
      "\nResults: 0 the terminal answered; 110 no port is known or it would not open.\n",
-     1, 1, RunLoadKey},
+     1, 1, RunLoadKey, true},
     {"thaiid", "thaiid [--mode N] [--out FILE]", "Read a Thai national identity card",
      "Reads the identity card in the terminal's slot (ThaiIDRead) in mode N (default 0;\n"
      "the terminal gets its low byte). Modes whose low two bits are 0 or 1 give the record\n"
@@ -700,15 +749,15 @@ const std::vector<Command> g_commands = {
      "cancels it.\n"
      "\nResults: VERSION 1; SCREEN without a slide 5; otherwise 0; -1 and -2 failures of\n"
      "the command; -790 the port was closed; 110 no port is known or it would not open.\n",
-     1, 1, RunExec},
+     1, 1, RunExec, true},
     {"files", "files", "List the files on the terminal",
      "Asks the terminal for its file list (PosExec with FILE list) and prints it as the\n"
      "terminal gives it.\n" EXEC_RESULTS,
-     0, 0, RunFiles},
+     0, 0, RunFiles, true},
     {"rm", "rm NAME", "Delete a file on the terminal",
      "Tells the terminal to delete its file NAME (PosExec with FILE del). The terminal's\n"
      "answer says nothing about whether the file was there.\n" EXEC_RESULTS,
-     1, 1, RunRemove},
+     1, 1, RunRemove, true},
     {"upload", "upload PATH", "Put a file or a folder tree on the terminal",
      "Sends the file PATH, or every file in the folder PATH and its subfolders, to the\n"
      "terminal (PosExec with FILE write, or UPLOAD). Each file goes under its base name,\n"
@@ -720,7 +769,7 @@ const std::vector<Command> g_commands = {
      "file and lists the files the terminal stored; the file on its way is sent whole.\n"
      "Only plain files go: a pipe, a device or a file over 4 GiB is skipped, and links to\n"
      "folders are not followed.\n" EXEC_RESULTS,
-     1, 1, RunUpload},
+     1, 1, RunUpload, true},
     {"script", "script TEXT|@FILE", "Run a PIN-pad script request",
      "Hands a script request to the terminal through PinReadKeyClear and prints the reply\n"
      "text. TEXT is a JSON document: {\"format\":\"PINPAD\",...} goes to the terminal as a\n"
@@ -762,8 +811,16 @@ int RunCommand(const Command& command, CommandContext& context)
                     << "Try 'varnik help " << command.name << "'.\n";
         return ExitUsage;
     }
-    context.cancelled = false;
+    context.cancelled = context.timedOut = false;
+    if (context.timeoutSeconds < 0)
+        context.timeoutSeconds = command.unattended ? DefaultTimeoutSeconds : 0;
+    context.timeoutMs = context.timeoutSeconds * 1000LL;
     int status = command.run(context);
+    if (context.timedOut) {
+        context.out << "No answer from the terminal within " << context.timeoutSeconds
+                    << " s: cancelled.\n";
+        return ExitTimedOut;
+    }
     if (context.cancelled) {
         context.out << "Cancelled.\n";
         return ExitCancelled;

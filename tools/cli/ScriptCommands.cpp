@@ -245,6 +245,9 @@ int RunUpload(CommandContext& context)
                                   : "")
                 << ", " << Seconds(wireSeconds) << " on the line at 921600 baud.\n"
                 << std::flush;
+    // The limit is for a terminal that stops answering, so the line's own time comes on top.
+    if (context.timeoutMs > 0)
+        context.timeoutMs += static_cast<long long>(wireSeconds * 1000);
     const auto start = std::chrono::steady_clock::now();
     auto elapsedMs = [&start] {
         return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -266,7 +269,7 @@ int RunUpload(CommandContext& context)
         context.out << '\r' << UploadProgressLine(source.bytes, tookMs, result == 0) << '\n';
     if (context.cancelled && result == 0) {
         // The cancel came after the last answer it could have stopped.
-        context.cancelled = false;
+        context.cancelled = context.timedOut = false;
         context.out << "The cancel came too late: "
                     << (source.folder ? "every file was sent.\n" : "the file was sent.\n");
     }
