@@ -57,6 +57,9 @@ TEST(Cli, EachCommandAgainstTheSimulator)
     } rows[] = {
         {"probe", "", {}, 3, {NoPort}},
         {"--help", "", {}, 0, {"110", "1538   no terminal answered", "config/varnik.json", "VARNIK_LIBRARY", "--lib"}},
+        {"--version", "", {}, 0, {"varnik 1.", "\nlibrary (no version) /"}},  // a copy without the .so.N name
+        // The library would wait for ever; varnik gives up 3 s after its cancel.
+        {"--timeout 1 version", Port7, {"--silent"}, 5, {"within 1 s: cancelled", "the cancel either"}},
         {"checkport 7", "", {}, 0, {Answered}, "", "config/varnik.json", Port7},
         {"version", Port7, {"--version-text", "NEW6210 TEST 2.4"}, 0, {"NEW6210 TEST 2.4\n"}},
         {"swipe", Port7, {}, 0,

@@ -683,12 +683,12 @@ const std::vector<Command> g_commands = {
      0, 0, RunVersion, true},
     {"swipe", "swipe", "Read a magnetic stripe",
      "Waits for a card to be swiped on the terminal (MsreRead) and prints the tracks as\n"
-     "the library gives them, then each track on a line of its own. The wait has no time\n"
-     "limit: Ctrl-C cancels it.\n" READ_RESULTS,
+     "the library gives them, then each track on a line of its own. Without --timeout the\n"
+     "wait has no limit; Ctrl-C cancels it.\n" READ_RESULTS,
      0, 0, RunSwipe},
     {"emv", "emv", "Read the cardholder name from a chip card",
      "Asks the terminal for the EMV data of the card in its slot (EMVRead) and prints the\n"
-     "answer. The wait has no time limit: Ctrl-C cancels it.\n" READ_RESULTS,
+     "answer. Without --timeout the wait has no limit; Ctrl-C cancels it.\n" READ_RESULTS,
      0, 0, RunEmv},
     {"thailen", "thailen TEXT", "Count the display columns of a Thai text",
      "Prints how many character columns TEXT (UTF-8) takes on the display (ThaiLen). Needs\n"
@@ -696,14 +696,14 @@ const std::vector<Command> g_commands = {
      1, 1, RunThaiLen},
     {"pin", "pin", "Run the PIN entry on the terminal",
      "Runs the PIN entry screen stored on the terminal (PinReadKey) and prints the 16 bytes\n"
-     "of the answer in hexadecimal. The wait has no time limit: Ctrl-C cancels it.\n"
+     "of the answer in hexadecimal. Without --timeout the wait has no limit; Ctrl-C cancels it.\n"
      "\nResults: 0 the terminal answered; 110 no port is known or it would not open.\n",
      0, 0, RunPin},
     {"pinclear", "pinclear [PROMPT]", "PIN entry with a prompt of your own",
      "Runs the second PIN entry screen with PROMPT (PinReadKeyClear) and prints the 8 bytes\n"
      "of the answer in hexadecimal. Without PROMPT, or with \"\", the terminal shows its\n"
      "own prompt, INPUT. A prompt may not begin with '@', which would make it a terminal\n"
-     "script request. The wait has no time limit: Ctrl-C cancels it.\n"
+     "script request. Without --timeout the wait has no limit; Ctrl-C cancels it.\n"
      "\nResults: 0 the terminal answered; 110 no port is known or it would not open.\n",
      0, 1, RunPinClear},
     {"loadkey", "loadkey HEX32", "Load a master key into the terminal",
@@ -718,7 +718,7 @@ const std::vector<Command> g_commands = {
      "as UTF-8 text, printed field by field when it has the usual nine fields, else as it\n"
      "came. Modes 2 and 3 give a binary block (the record and the photo): varnik prints a\n"
      "hex dump of it and writes it to FILE (default thaiid.bin); a FILE that cannot be\n"
-     "written gives status 1. The wait has no time limit: Ctrl-C cancels it.\n"
+     "written gives status 1. Without --timeout the wait has no limit; Ctrl-C cancels it.\n"
      "\nResults: the number of bytes given; 110 with nothing written when no port is known\n"
      "or it would not open.\n",
      0, 4, RunThaiId},
@@ -745,8 +745,8 @@ const std::vector<Command> g_commands = {
      "SCREEN (with \"slide\"), APDU (\"cmd\":\"card\" tests for a card), FILE (\"cmd\" list,\n"
      "del with \"file\", write with a host path in \"file\"), UPLOAD (the folder \"input\"\n"
      "under the library's folder) and PINPAD (the whole TEXT goes to the terminal as a\n"
-     "script). A negative result gives status 3. The wait has no time limit: Ctrl-C\n"
-     "cancels it.\n"
+     "script). A negative result gives status 3. No answer within the time limit\n"
+     "(--timeout) cancels it, as Ctrl-C does.\n"
      "\nResults: VERSION 1; SCREEN without a slide 5; otherwise 0; -1 and -2 failures of\n"
      "the command; -790 the port was closed; 110 no port is known or it would not open.\n",
      1, 1, RunExec, true},
@@ -776,8 +776,8 @@ const std::vector<Command> g_commands = {
      "script; {\"format\":\"FILE\",\"cmd\":\"list\"|\"del\"|\"write\",\"file\":NAME,\n"
      "\"image\":HEX} lists, deletes or writes a file from the hexadecimal image. @FILE reads\n"
      "the document from the host file FILE; @@NAME hands NAME to the library's document\n"
-     "loader (a document in its json folder). The wait has no time limit: Ctrl-C cancels\n"
-     "it.\n"
+     "loader (a document in its json folder). Without --timeout the wait has no limit;\n"
+     "Ctrl-C cancels it.\n"
      "\nResults: 0 done; -1 unknown \"format\" or \"cmd\", cancelled or refused; -2 FILE\n"
      "unreadable or too large, or \"write\" without \"file\"; -3 \"write\" without\n"
      "\"image\"; 110 no port is known or it would not open.\n",
@@ -830,8 +830,9 @@ int RunCommand(const Command& command, CommandContext& context)
 
 void PrintOverview(std::ostream& out)
 {
-    out << "Usage: varnik [--lib PATH] COMMAND [ARGUMENTS]\n"
+    out << "Usage: varnik [--lib PATH] [--timeout SECONDS] COMMAND [ARGUMENTS]\n"
            "       varnik help [COMMAND]\n"
+           "       varnik [--lib PATH] --version\n"
            "\n"
            "Drives a NEW6210 terminal through the Varnik library, loaded at run time.\n"
            "\n"
@@ -859,6 +860,14 @@ void PrintOverview(std::ostream& out)
            "               next to itself (libvarnik.so, Varnik.dll on Windows), or else the "
            "one\n"
            "               that the environment variable VARNIK_LIBRARY names.\n"
+           "  --timeout SECONDS\n"
+           "               Cancel the wait (PosCancel) when the terminal has not answered\n"
+           "               within SECONDS; 0 waits for ever. The default is 5 for the\n"
+           "               commands that no customer answers (probe, checkport, version,\n"
+           "               loadkey, exec, files, rm, upload, which also gets the line's\n"
+           "               time for its bytes) and no limit for those awaiting a card or a PIN.\n"
+           "               A terminal that answers not even the cancel is given up 3 s later.\n"
+           "  --version    The versions of varnik and of the library file it loads.\n"
            "  -h, --help   This text. 'varnik help COMMAND' explains one command.\n"
            "\n"
            "Results of the library:\n"
@@ -867,7 +876,8 @@ void PrintOverview(std::ostream& out)
            "  1538   no terminal answered on the port\n"
            "\n"
            "Exit status: 0 success, 1 usage error, 2 library not loadable or lacking a\n"
-           "function, 3 no port, no terminal or no usable answer, 4 cancelled with Ctrl-C.\n"
+           "function, 3 no port, no terminal or no usable answer, 4 cancelled with Ctrl-C,\n"
+           "5 no answer within the time limit (--timeout).\n"
            "\n"
            "Configuration: the library reads config/varnik.json (its port, e.g. {\"port\":7})\n"
            "and config/debug.json ({\"mode\":1} turns its daily log on) in the folder of the\n"
@@ -888,6 +898,7 @@ int PrintCommandHelp(const std::string& name, std::ostream& out, std::ostream& e
     if (!command->run)
         out << "\nNot in this version of varnik yet.\n";
     out << "\nExit status: 0 success, 1 usage error, 2 library not loadable, 3 no port,\n"
-           "no terminal or no usable answer, 4 cancelled with Ctrl-C.\n";
+           "no terminal or no usable answer, 4 cancelled with Ctrl-C, 5 no answer within the\n"
+           "time limit.\n";
     return ExitOk;
 }

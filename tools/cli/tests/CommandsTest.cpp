@@ -8,7 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
+#include <thread>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -27,19 +30,23 @@ struct Fake {
     std::string reply;   // copied into the caller's buffer as it is; empty: the buffer is left
     std::string input;   // what the call got: port, mode, prompt or key
     int calls = 0;
+    bool silent = false;   // the call ends only on a cancel
 } g;
+std::atomic<bool> g_cancelled{false};
 
 int Answer(void* out, const std::string& input)
 {
     ++g.calls;
     g.input = input;
+    while (g.silent && !g_cancelled)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     if (out != nullptr)
         std::memcpy(out, g.reply.data(), g.reply.size());
     return g.result;
 }
 int VARNIK_CALL Select() { return Answer(nullptr, "select"); }
 int VARNIK_CALL CheckPort(int port) { return Answer(nullptr, std::to_string(port)); }
-int VARNIK_CALL Cancel() { return 0; }
+int VARNIK_CALL Cancel() { return g_cancelled = true, 0; }
 int VARNIK_CALL ReadText(char* out) { return Answer(out, ""); }
 int VARNIK_CALL ReadBytes(unsigned char* out) { return Answer(out, ""); }
 int VARNIK_CALL ReadKeyClear(char* inOut) { return Answer(inOut, inOut); }
@@ -66,6 +73,7 @@ struct Row {
     std::string file = "";  // "name:hex" of the file written
     bool cancel = false;    // Ctrl-C during the wait
     std::string config = "{\"port\":7}";
+    bool silent = false;    // the terminal answers only a cancel; --timeout 1
 };
 
 const std::string Key = "00112233445566778899AABBCCDDEEFF";
@@ -81,6 +89,8 @@ const Row Rows[] = {
     {"version", {}, 0, Z(""), ExitTerminal, "The terminal gave no version text.\n"},
     {"version", {}, 3, Z("ABCDEF"), ExitOk, "ABCDEF\n"},
     {"version", {}, 1, Z("\x18"), ExitCancelled, "...Cancelled.", "", "", true},
+    {"version", {}, 1, Z("\x18"), ExitTimedOut, "No answer from the terminal within 1 s: cancelled.\n",
+     "", "", false, "{}", true},
     {"pin", {}, 0, "\x12\x34\x56\x78\x90\xAB\xCD\xEF", ExitOk,
      Pin + "1234567890ABCDEF0000000000000000\n"},
     {"pin", {}, 110, "", ExitTerminal, Pin + NoPort},
@@ -150,7 +160,7 @@ struct Result {
 };
 
 void Execute(const std::vector<std::string>& words, const std::string& config, bool cancel,
-                Result& run, bool loadable = true)
+                Result& run, bool loadable = true, bool silent = false)
 {
     static LoadedLibrary library;
     library.path = Till + "/lib/libvarnik.so";
@@ -158,6 +168,7 @@ void Execute(const std::vector<std::string>& words, const std::string& config, b
                             ReadKeyClear, ReadText, ReadText, ThaiId, ThaiLength, nullptr};
     CommandContext context(run.out, run.err);
     context.args.assign(words.begin() + 1, words.end());
+    context.timeoutSeconds = silent ? 1 : -1;
     context.load = [&]() -> const LoadedLibrary* {
         ++run.loads;
         return loadable ? &library : nullptr;
@@ -185,11 +196,13 @@ TEST(Commands, EveryCommandAgainstTheLibrarysAnswers)
     for (const Row& row : Rows) {
         g = Fake();
         g.result = row.result;
+        g.silent = row.silent;
+        g_cancelled = false;
         g.reply = row.reply;
         std::vector<std::string> words{row.command};
         words.insert(words.end(), row.args.begin(), row.args.end());
         Result run;
-        Execute(words, row.config, row.cancel, run);
+        Execute(words, row.config, row.cancel, run, true, row.silent);
         const std::string what = std::string(row.command) + " -> " + row.out;
         EXPECT_EQ(run.status, row.status) << what;
         if (row.out.compare(0, 3, "...") == 0) {
