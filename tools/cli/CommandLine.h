@@ -2,6 +2,7 @@
 // here touches the library or the system, so all of it runs in the unit tests.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -43,3 +44,10 @@ int PortFromConfigText(const std::string& json);
 
 // Case-insensitive ASCII comparison, as the library compares its command words.
 bool SameWord(const std::string& a, const std::string& b);
+
+// Whether `text` is one JSON object and nothing else (white space aside). Fills `members` with
+// its top-level members whose values are strings; on failure `errorAt` is the offset of the
+// first byte that does not fit. Strict, unlike the library's reader: only for messages after
+// the library has refused a text.
+bool ParseJsonObject(const std::string& text, std::map<std::string, std::string>& members,
+                     size_t& errorAt);
