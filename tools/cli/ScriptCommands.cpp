@@ -73,7 +73,12 @@ struct UploadSource {
     bool folder = false;
     uint64_t bytes = 0;
     size_t files = 0;
+    uint64_t namesBytes = 0;   // the files' paths below the folder, separators included
 };
+
+// The library announces a folder with the paths of all its files in one frame, which holds
+// this many bytes; a longer list ends the upload before anything is sent.
+const uint64_t FrameCapacity = 204800;
 
 bool Measure(const std::string& path, UploadSource& source)
 {
@@ -91,6 +96,7 @@ bool Measure(const std::string& path, UploadSource& source)
         std::error_code sizeError;
         if (it->is_regular_file(sizeError)) {
             source.bytes += it->file_size(sizeError);
+            source.namesBytes += it->path().lexically_relative(path).string().size() + 1;
             ++source.files;
         }
     }
@@ -343,6 +349,22 @@ int RunUpload(CommandContext& context)
         if (source.folder && result == -1)
             ReportStoredBeforeCancel(context, TextOf(reply));
         return ExitCancelled;
+    }
+    if (result == -1 && source.folder) {
+        // The paths as the library makes them (its resolved folder, "input", each file below)
+        // with a separator or the closing NUL behind each.
+        std::error_code error;
+        const fs::path folder = fs::weakly_canonical(library->path, error).parent_path();
+        const uint64_t frame = 1 + 2 + 8 + source.namesBytes +
+                               source.files * (folder.string().size() + 1 +
+                                               FolderInputFor(library->path, path).size() + 1) +
+                               2;
+        if (!error && frame > FrameCapacity) {
+            context.out << "The folder's list of " << source.files << " files takes about "
+                        << frame << " bytes, more than one frame holds (" << FrameCapacity
+                        << "): no file was sent.\n";
+            return ExitTerminal;
+        }
     }
     if (result == -1) {
         context.out << "The terminal refused "

@@ -126,6 +126,7 @@ const Row Rows[] = {
     {"upload", {UpFile}, 0, Z(""), ExitOk, "...Uploading " + UpFile + ": 10 bytes, 0.0 s",
      R"({"format":"FILE","cmd":"write","file":)" + JsonString(UpFile) + "}"},
     {"upload", {UpFile}, -1, Z(""), ExitTerminal, "...Uploading"},
+    {"upload", {Till + "/big"}, -1, Z(""), ExitTerminal, "...820 files takes about 2"},
     // The library prefixes "input" with its own folder.
     {"upload", {Till + "/up"}, 0, Z(""), ExitOk, "...Uploading " + Till + "/up: 10 bytes in 1 file,",
      R"({"format":"UPLOAD","input":"../up"})"},
@@ -198,6 +199,9 @@ TEST(Commands, EveryCommandAgainstTheLibrarysAnswers)
 {
     std::filesystem::create_directories(Till + "/up/sub");
     std::ofstream(UpFile) << "0123456789";
+    std::filesystem::create_directories(Till + "/big");  // a list longer than a frame
+    for (int i = 0; i < 820; ++i)
+        std::ofstream(Till + "/big/" + std::to_string(i) + std::string(240, 'n'));
     for (const Row& row : Rows) {
         g = Fake();
         g.result = row.result;
