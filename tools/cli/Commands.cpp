@@ -19,9 +19,12 @@ const LoadedLibrary* Load(CommandContext& context)
 
 int ReportFailure(CommandContext& context, int result)
 {
-    if (result == ResultPortUnavailable)
+    if (result == ResultPortUnavailable) {
         context.out << "No port known or it would not open (110).\n";
-    else if (result == ResultNoTerminal)
+        const std::string cause = context.explainPort ? context.explainPort(context.port) : "";
+        if (!cause.empty())
+            context.out << "Cause: " << cause << ".\n";
+    } else if (result == ResultNoTerminal)
         context.out << "No terminal answered (1538).\n";
     else
         context.out << "The library answered with the unexpected result " << result << ".\n";
@@ -208,6 +211,7 @@ int RunCheckPort(CommandContext& context)
     const LoadedLibrary* library = Load(context);
     if (!library || !Have(context, *library, library->api.PosCheckPort, "PosCheckPort"))
         return ExitNoLibrary;
+    context.port = port;
     int result = Waiting(context, library->api, [&] { return library->api.PosCheckPort(port); });
     if (result != 0)
         return ReportFailure(context, result);

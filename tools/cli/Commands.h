@@ -71,6 +71,11 @@ struct CommandContext {
     // library would wait for ever, so the program ends here. Null: keep waiting.
     std::function<void(int seconds)> abandon;
 
+    // Why no port would open (result 110) for the port a command names (`port`, 0: the
+    // configured one); "" when it can't tell. May be null.
+    std::function<std::string(int port)> explainPort;
+    int port = 0;
+
     bool cancelled = false;
     bool timedOut = false;
 };

@@ -155,6 +155,10 @@ int main(int argc, char** argv)
         std::_Exit(ExitTimedOut);
     };
     context.load = [&library] { return library.Load(std::cerr); };
+    context.explainPort = [&library](int port) {
+        const LoadedLibrary* loaded = library.Loaded();
+        return loaded ? ExplainPortFailure(loaded->path, port) : std::string();
+    };
     context.beginWait = [](const VarnikApi& api) {
         std::cout.flush();
         BeginCancellableWait(api.PosCancel);
