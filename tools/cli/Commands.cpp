@@ -751,6 +751,8 @@ const std::vector<Command> g_commands = {
      "under the library's folder) and PINPAD (the whole TEXT goes to the terminal as a\n"
      "script). A negative result gives status 3. No answer within the time limit\n"
      "(--timeout) cancels it, as Ctrl-C does.\n"
+     "A result of 0 comes with a warning when the document did nothing: a \"format\" or\n"
+     "FILE \"cmd\" the library does not know, or a host file to write that cannot be opened.\n"
      "\nResults: VERSION 1; SCREEN without a slide 5; otherwise 0; -1 and -2 failures of\n"
      "the command; -790 the port was closed; 110 no port is known or it would not open.\n",
      1, 1, RunExec, true},
@@ -877,6 +879,7 @@ void PrintOverview(std::ostream& out)
            "Results of the library:\n"
            "  0      success\n"
            "  110    no port is known, or the port would not open\n"
+           "         (varnik then names the config/COM<N> it tried and what is wrong with it)\n"
            "  1538   no terminal answered on the port\n"
            "\n"
            "Exit status: 0 success, 1 usage error, 2 library not loadable or lacking a\n"
