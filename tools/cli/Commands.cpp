@@ -5,12 +5,10 @@
 #include "PcscSession.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 #include <ostream>
-#include <thread>
 
 const LoadedLibrary* Load(CommandContext& context)
 {
@@ -34,6 +32,7 @@ int ReportFailure(CommandContext& context, int result)
 // A cancel that lands while the library opens the port is wiped by the open, so the watchdog
 // sends it again each second; a terminal that answers none of them is given up after a while,
 // since the library itself would wait for it for ever.
+const int WatchdogPeriodMs = 100;
 const int CancelRepeatMs = 1000;
 const int CancelGraceMs = 3000;
 
@@ -42,32 +41,26 @@ int WaitWithin(CommandContext& context, const VarnikApi& api, const std::functio
     if (context.beginWait)
         context.beginWait(api);
     int result = 0;
-    if (context.timeoutMs <= 0 || !api.PosCancel) {
+    if (context.timeoutMs <= 0 || !api.PosCancel || !context.whileTicking) {
         result = call();
     } else {
-        std::mutex lock;
-        std::condition_variable wake;
-        bool done = false, expired = false;
-        std::thread watchdog([&] {
-            std::unique_lock<std::mutex> hold(lock);
-            auto isDone = [&] { return done; };
-            if (wake.wait_for(hold, std::chrono::milliseconds(context.timeoutMs), isDone))
+        // The ticks run on a thread of their own, one at a time.
+        const auto start = std::chrono::steady_clock::now();
+        long long nextCancelMs = context.timeoutMs;
+        std::atomic<bool> expired{false};
+        auto tick = [&] {
+            const long long elapsedMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                            std::chrono::steady_clock::now() - start)
+                                            .count();
+            if (elapsedMs < nextCancelMs)
                 return;
             expired = true;
-            for (int waitedMs = 0; !done; waitedMs += CancelRepeatMs) {
-                if (waitedMs >= CancelGraceMs && context.abandon)
-                    context.abandon(context.timeoutSeconds);
-                api.PosCancel();
-                wake.wait_for(hold, std::chrono::milliseconds(CancelRepeatMs), isDone);
-            }
-        });
-        result = call();
-        {
-            std::lock_guard<std::mutex> hold(lock);
-            done = true;
-        }
-        wake.notify_all();
-        watchdog.join();
+            if (elapsedMs >= context.timeoutMs + CancelGraceMs && context.abandon)
+                context.abandon(context.timeoutSeconds);
+            api.PosCancel();
+            nextCancelMs = elapsedMs + CancelRepeatMs;
+        };
+        result = context.whileTicking(WatchdogPeriodMs, tick, call);
         if (expired)
             context.timedOut = context.cancelled = true;
     }

@@ -57,7 +57,8 @@ struct CommandContext {
     std::function<const PcscApi*()> loadPcsc;
     // Whether `out` is a terminal: an upload draws a progress bar there, plain lines if not.
     bool outIsTerminal = false;
-    // Runs `work` while another thread calls `tick` every `periodMs` (the progress bar);
+    // Runs `work` while another thread calls `tick` every `periodMs` (the progress bar, the
+    // watchdog of the time limit);
     // null: `work` alone.
     std::function<int(int periodMs, const std::function<void()>& tick,
                       const std::function<int()>& work)>

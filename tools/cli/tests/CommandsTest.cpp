@@ -5,6 +5,7 @@
 // port failure behind a result of 110). The real program against the simulator is run by the
 // integration tests.
 #include "CommandSupport.h"
+#include "Console.h"
 
 #include <gtest/gtest.h>
 
@@ -175,6 +176,7 @@ void Execute(const std::vector<std::string>& words, const std::string& config, b
     CommandContext context(run.out, run.err);
     context.args.assign(words.begin() + 1, words.end());
     context.timeoutSeconds = silent ? 1 : -1;
+    context.whileTicking = RunWhileTicking;
     context.load = [&]() -> const LoadedLibrary* {
         ++run.loads;
         return loadable ? &library : nullptr;
