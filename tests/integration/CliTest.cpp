@@ -55,8 +55,12 @@ TEST(Cli, EachCommandAgainstTheSimulator)
         std::string sent = "";               // a text the terminal must have received
         std::string file = "", fileStart = "";  // a file written, and how it starts
     } rows[] = {
-        {"probe", "", {}, 3, {NoPort}},
+        {"probe", "", {}, 3, {NoPort, "varnik.json is missing or empty: no port is set"}},
+        {"checkport 9", Port7, {}, 3, {NoPort, "config/COM9: it does not exist"}},
         {"--help", "", {}, 0, {"110", "1538   no terminal answered", "config/varnik.json", "VARNIK_LIBRARY", "--lib"}},
+        {"--version", "", {}, 0, {"varnik 1.", "\nlibrary (no version) /"}},  // a copy without the .so.N name
+        // The library would wait for ever; varnik gives up 3 s after its cancel.
+        {"--timeout 1 version", Port7, {"--silent"}, 5, {"within 1 s: cancelled", "the cancel either"}},
         {"checkport 7", "", {}, 0, {Answered}, "", "config/varnik.json", Port7},
         {"version", Port7, {"--version-text", "NEW6210 TEST 2.4"}, 0, {"NEW6210 TEST 2.4\n"}},
         {"swipe", Port7, {}, 0,

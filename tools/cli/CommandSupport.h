@@ -5,6 +5,7 @@
 #include "Commands.h"
 
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <string>
 
@@ -20,16 +21,14 @@ bool Have(CommandContext& context, const LoadedLibrary& library, Function functi
     return false;
 }
 
-// Runs one library call with Ctrl-C routed to PosCancel for its length.
+// Runs one library call with Ctrl-C routed to PosCancel for its length, and with PosCancel
+// from a watchdog thread when context.timeoutMs passes first.
+int WaitWithin(CommandContext& context, const VarnikApi& api, const std::function<int()>& call);
+
 template <typename Call>
 int Waiting(CommandContext& context, const VarnikApi& api, Call call)
 {
-    if (context.beginWait)
-        context.beginWait(api);
-    int result = call();
-    if (context.endWait && context.endWait())
-        context.cancelled = true;
-    return result;
+    return WaitWithin(context, api, std::function<int()>(call));
 }
 
 // The failures that every terminal call shares.

@@ -5,6 +5,8 @@
 #include "PcscSession.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <ostream>
 
@@ -15,13 +17,56 @@ const LoadedLibrary* Load(CommandContext& context)
 
 int ReportFailure(CommandContext& context, int result)
 {
-    if (result == ResultPortUnavailable)
+    if (result == ResultPortUnavailable) {
         context.out << "No port known or it would not open (110).\n";
-    else if (result == ResultNoTerminal)
+        const std::string cause = context.explainPort ? context.explainPort(context.port) : "";
+        if (!cause.empty())
+            context.out << "Cause: " << cause << ".\n";
+    } else if (result == ResultNoTerminal)
         context.out << "No terminal answered (1538).\n";
     else
         context.out << "The library answered with the unexpected result " << result << ".\n";
     return ExitTerminal;
+}
+
+// A cancel that lands while the library opens the port is wiped by the open, so the watchdog
+// sends it again each second; a terminal that answers none of them is given up after a while,
+// since the library itself would wait for it for ever.
+const int WatchdogPeriodMs = 100;
+const int CancelRepeatMs = 1000;
+const int CancelGraceMs = 3000;
+
+int WaitWithin(CommandContext& context, const VarnikApi& api, const std::function<int()>& call)
+{
+    if (context.beginWait)
+        context.beginWait(api);
+    int result = 0;
+    if (context.timeoutMs <= 0 || !api.PosCancel || !context.whileTicking) {
+        result = call();
+    } else {
+        // The ticks run on a thread of their own, one at a time.
+        const auto start = std::chrono::steady_clock::now();
+        long long nextCancelMs = context.timeoutMs;
+        std::atomic<bool> expired{false};
+        auto tick = [&] {
+            const long long elapsedMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                            std::chrono::steady_clock::now() - start)
+                                            .count();
+            if (elapsedMs < nextCancelMs)
+                return;
+            expired = true;
+            if (elapsedMs >= context.timeoutMs + CancelGraceMs && context.abandon)
+                context.abandon(context.timeoutSeconds);
+            api.PosCancel();
+            nextCancelMs = elapsedMs + CancelRepeatMs;
+        };
+        result = context.whileTicking(WatchdogPeriodMs, tick, call);
+        if (expired)
+            context.timedOut = context.cancelled = true;
+    }
+    if (context.endWait && context.endWait())
+        context.cancelled = true;
+    return result;
 }
 
 namespace {
@@ -159,6 +204,7 @@ int RunCheckPort(CommandContext& context)
     const LoadedLibrary* library = Load(context);
     if (!library || !Have(context, *library, library->api.PosCheckPort, "PosCheckPort"))
         return ExitNoLibrary;
+    context.port = port;
     int result = Waiting(context, library->api, [&] { return library->api.PosCheckPort(port); });
     if (result != 0)
         return ReportFailure(context, result);
@@ -622,24 +668,24 @@ const std::vector<Command> g_commands = {
      "for the terminal's acknowledgement (PosSelect). The port comes from\n"
      "config/varnik.json beside the library, e.g. {\"port\":7}, or from an earlier\n"
      "checkport.\n" SESSION_RESULTS,
-     0, 0, RunProbe},
+     0, 0, RunProbe, true},
     {"checkport", "checkport N", "Try port N and remember it if the terminal answers",
      "Probes the terminal on port N (PosCheckPort). When it answers, the library writes\n"
      "{\"port\":N} to config/varnik.json beside it (if that folder exists), and later loads\n"
      "start on that port. N is a whole number.\n" SESSION_RESULTS,
-     1, 1, RunCheckPort},
+     1, 1, RunCheckPort, true},
     {"version", "version", "Print the terminal's version text",
      "Asks the terminal for its version (getVersion) and prints the text it sends. This is\n"
      "the terminal's version; the library's own is in its file properties.\n" READ_RESULTS,
-     0, 0, RunVersion},
+     0, 0, RunVersion, true},
     {"swipe", "swipe", "Read a magnetic stripe",
      "Waits for a card to be swiped on the terminal (MsreRead) and prints the tracks as\n"
-     "the library gives them, then each track on a line of its own. The wait has no time\n"
-     "limit: Ctrl-C cancels it.\n" READ_RESULTS,
+     "the library gives them, then each track on a line of its own. Without --timeout the\n"
+     "wait has no limit; Ctrl-C cancels it.\n" READ_RESULTS,
      0, 0, RunSwipe},
     {"emv", "emv", "Read the cardholder name from a chip card",
      "Asks the terminal for the EMV data of the card in its slot (EMVRead) and prints the\n"
-     "answer. The wait has no time limit: Ctrl-C cancels it.\n" READ_RESULTS,
+     "answer. Without --timeout the wait has no limit; Ctrl-C cancels it.\n" READ_RESULTS,
      0, 0, RunEmv},
     {"thailen", "thailen TEXT", "Count the display columns of a Thai text",
      "Prints how many character columns TEXT (UTF-8) takes on the display (ThaiLen). Needs\n"
@@ -647,14 +693,14 @@ const std::vector<Command> g_commands = {
      1, 1, RunThaiLen},
     {"pin", "pin", "Run the PIN entry on the terminal",
      "Runs the PIN entry screen stored on the terminal (PinReadKey) and prints the 16 bytes\n"
-     "of the answer in hexadecimal. The wait has no time limit: Ctrl-C cancels it.\n"
+     "of the answer in hexadecimal. Without --timeout the wait has no limit; Ctrl-C cancels it.\n"
      "\nResults: 0 the terminal answered; 110 no port is known or it would not open.\n",
      0, 0, RunPin},
     {"pinclear", "pinclear [PROMPT]", "PIN entry with a prompt of your own",
      "Runs the second PIN entry screen with PROMPT (PinReadKeyClear) and prints the 8 bytes\n"
      "of the answer in hexadecimal. Without PROMPT, or with \"\", the terminal shows its\n"
      "own prompt, INPUT. A prompt may not begin with '@', which would make it a terminal\n"
-     "script request. The wait has no time limit: Ctrl-C cancels it.\n"
+     "script request. Without --timeout the wait has no limit; Ctrl-C cancels it.\n"
      "\nResults: 0 the terminal answered; 110 no port is known or it would not open.\n",
      0, 1, RunPinClear},
     {"loadkey", "loadkey HEX32", "Load a master key into the terminal",
@@ -662,14 +708,14 @@ const std::vector<Command> g_commands = {
      "00112233445566778899AABBCCDDEEFF, and prints the terminal's reply: one byte (06 ACK\n"
      "when it took the key) or a text. A reply other than ACK or a text gives status 3.\n"
      "\nResults: 0 the terminal answered; 110 no port is known or it would not open.\n",
-     1, 1, RunLoadKey},
+     1, 1, RunLoadKey, true},
     {"thaiid", "thaiid [--mode N] [--out FILE]", "Read a Thai national identity card",
      "Reads the identity card in the terminal's slot (ThaiIDRead) in mode N (default 0;\n"
      "the terminal gets its low byte). Modes whose low two bits are 0 or 1 give the record\n"
      "as UTF-8 text, printed field by field when it has the usual nine fields, else as it\n"
      "came. Modes 2 and 3 give a binary block (the record and the photo): varnik prints a\n"
      "hex dump of it and writes it to FILE (default thaiid.bin); a FILE that cannot be\n"
-     "written gives status 1. The wait has no time limit: Ctrl-C cancels it.\n"
+     "written gives status 1. Without --timeout the wait has no limit; Ctrl-C cancels it.\n"
      "\nResults: the number of bytes given; 110 with nothing written when no port is known\n"
      "or it would not open.\n",
      0, 4, RunThaiId},
@@ -696,19 +742,21 @@ const std::vector<Command> g_commands = {
      "SCREEN (with \"slide\"), APDU (\"cmd\":\"card\" tests for a card), FILE (\"cmd\" list,\n"
      "del with \"file\", write with a host path in \"file\"), UPLOAD (the folder \"input\"\n"
      "under the library's folder) and PINPAD (the whole TEXT goes to the terminal as a\n"
-     "script). A negative result gives status 3. The wait has no time limit: Ctrl-C\n"
-     "cancels it.\n"
+     "script). A negative result gives status 3. No answer within the time limit\n"
+     "(--timeout) cancels it, as Ctrl-C does.\n"
+     "A result of 0 comes with a warning when the document did nothing: a \"format\" or\n"
+     "FILE \"cmd\" the library does not know, or a host file to write that cannot be opened.\n"
      "\nResults: VERSION 1; SCREEN without a slide 5; otherwise 0; -1 and -2 failures of\n"
      "the command; -790 the port was closed; 110 no port is known or it would not open.\n",
-     1, 1, RunExec},
+     1, 1, RunExec, true},
     {"files", "files", "List the files on the terminal",
      "Asks the terminal for its file list (PosExec with FILE list) and prints it as the\n"
      "terminal gives it.\n" EXEC_RESULTS,
-     0, 0, RunFiles},
+     0, 0, RunFiles, true},
     {"rm", "rm NAME", "Delete a file on the terminal",
      "Tells the terminal to delete its file NAME (PosExec with FILE del). The terminal's\n"
      "answer says nothing about whether the file was there.\n" EXEC_RESULTS,
-     1, 1, RunRemove},
+     1, 1, RunRemove, true},
     {"upload", "upload PATH", "Put a file or a folder tree on the terminal",
      "Sends the file PATH, or every file in the folder PATH and its subfolders, to the\n"
      "terminal (PosExec with FILE write, or UPLOAD). Each file goes under its base name,\n"
@@ -720,15 +768,15 @@ const std::vector<Command> g_commands = {
      "file and lists the files the terminal stored; the file on its way is sent whole.\n"
      "Only plain files go: a pipe, a device or a file over 4 GiB is skipped, and links to\n"
      "folders are not followed.\n" EXEC_RESULTS,
-     1, 1, RunUpload},
+     1, 1, RunUpload, true},
     {"script", "script TEXT|@FILE", "Run a PIN-pad script request",
      "Hands a script request to the terminal through PinReadKeyClear and prints the reply\n"
      "text. TEXT is a JSON document: {\"format\":\"PINPAD\",...} goes to the terminal as a\n"
      "script; {\"format\":\"FILE\",\"cmd\":\"list\"|\"del\"|\"write\",\"file\":NAME,\n"
      "\"image\":HEX} lists, deletes or writes a file from the hexadecimal image. @FILE reads\n"
      "the document from the host file FILE; @@NAME hands NAME to the library's document\n"
-     "loader (a document in its json folder). The wait has no time limit: Ctrl-C cancels\n"
-     "it.\n"
+     "loader (a document in its json folder). Without --timeout the wait has no limit;\n"
+     "Ctrl-C cancels it.\n"
      "\nResults: 0 done; -1 unknown \"format\" or \"cmd\", cancelled or refused; -2 FILE\n"
      "unreadable or too large, or \"write\" without \"file\"; -3 \"write\" without\n"
      "\"image\"; 110 no port is known or it would not open.\n",
@@ -762,8 +810,16 @@ int RunCommand(const Command& command, CommandContext& context)
                     << "Try 'varnik help " << command.name << "'.\n";
         return ExitUsage;
     }
-    context.cancelled = false;
+    context.cancelled = context.timedOut = false;
+    if (context.timeoutSeconds < 0)
+        context.timeoutSeconds = command.unattended ? DefaultTimeoutSeconds : 0;
+    context.timeoutMs = context.timeoutSeconds * 1000LL;
     int status = command.run(context);
+    if (context.timedOut) {
+        context.out << "No answer from the terminal within " << context.timeoutSeconds
+                    << " s: cancelled.\n";
+        return ExitTimedOut;
+    }
     if (context.cancelled) {
         context.out << "Cancelled.\n";
         return ExitCancelled;
@@ -773,8 +829,9 @@ int RunCommand(const Command& command, CommandContext& context)
 
 void PrintOverview(std::ostream& out)
 {
-    out << "Usage: varnik [--lib PATH] COMMAND [ARGUMENTS]\n"
+    out << "Usage: varnik [--lib PATH] [--timeout SECONDS] COMMAND [ARGUMENTS]\n"
            "       varnik help [COMMAND]\n"
+           "       varnik [--lib PATH] --version\n"
            "\n"
            "Drives a NEW6210 terminal through the Varnik library, loaded at run time.\n"
            "\n"
@@ -802,15 +859,25 @@ void PrintOverview(std::ostream& out)
            "               next to itself (libvarnik.so, Varnik.dll on Windows), or else the "
            "one\n"
            "               that the environment variable VARNIK_LIBRARY names.\n"
+           "  --timeout SECONDS\n"
+           "               Cancel the wait (PosCancel) when the terminal has not answered\n"
+           "               within SECONDS; 0 waits for ever. The default is 5 for the\n"
+           "               commands that no customer answers (probe, checkport, version,\n"
+           "               loadkey, exec, files, rm, upload, which also gets the line's\n"
+           "               time for its bytes) and no limit for those awaiting a card or a PIN.\n"
+           "               A terminal that answers not even the cancel is given up 3 s later.\n"
+           "  --version    The versions of varnik and of the library file it loads.\n"
            "  -h, --help   This text. 'varnik help COMMAND' explains one command.\n"
            "\n"
            "Results of the library:\n"
            "  0      success\n"
            "  110    no port is known, or the port would not open\n"
+           "         (varnik then names the config/COM<N> it tried and what is wrong with it)\n"
            "  1538   no terminal answered on the port\n"
            "\n"
            "Exit status: 0 success, 1 usage error, 2 library not loadable or lacking a\n"
-           "function, 3 no port, no terminal or no usable answer, 4 cancelled with Ctrl-C.\n"
+           "function, 3 no port, no terminal or no usable answer, 4 cancelled with Ctrl-C,\n"
+           "5 no answer within the time limit (--timeout).\n"
            "\n"
            "Configuration: the library reads config/varnik.json (its port, e.g. {\"port\":7})\n"
            "and config/debug.json ({\"mode\":1} turns its daily log on) in the folder of the\n"
@@ -831,6 +898,7 @@ int PrintCommandHelp(const std::string& name, std::ostream& out, std::ostream& e
     if (!command->run)
         out << "\nNot in this version of varnik yet.\n";
     out << "\nExit status: 0 success, 1 usage error, 2 library not loadable, 3 no port,\n"
-           "no terminal or no usable answer, 4 cancelled with Ctrl-C.\n";
+           "no terminal or no usable answer, 4 cancelled with Ctrl-C, 5 no answer within the\n"
+           "time limit.\n";
     return ExitOk;
 }

@@ -19,6 +19,7 @@ enum ExitStatus {
     ExitNoLibrary = 2,   // the library cannot be loaded or lacks a function the command needs
     ExitTerminal = 3,    // no port, no terminal, or the terminal's answer is not usable
     ExitCancelled = 4,   // Ctrl-C cancelled the wait
+    ExitTimedOut = 5,    // the terminal did not answer within the time limit: cancelled
 };
 
 // The library's results that the messages name.
@@ -56,14 +57,32 @@ struct CommandContext {
     std::function<const PcscApi*()> loadPcsc;
     // Whether `out` is a terminal: an upload draws a progress bar there, plain lines if not.
     bool outIsTerminal = false;
-    // Runs `work` while another thread calls `tick` every `periodMs` (the progress bar);
+    // Runs `work` while another thread calls `tick` every `periodMs` (the progress bar, the
+    // watchdog of the time limit);
     // null: `work` alone.
     std::function<int(int periodMs, const std::function<void()>& tick,
                       const std::function<int()>& work)>
         whileTicking;
 
+    // --timeout in seconds: -1 not given, 0 no limit. RunCommand turns it into timeoutMs,
+    // with a default for the commands that no customer answers.
+    int timeoutSeconds = -1;
+    long long timeoutMs = 0;
+    // Called when the terminal answered neither within the limit nor the cancel after it: the
+    // library would wait for ever, so the program ends here. Null: keep waiting.
+    std::function<void(int seconds)> abandon;
+
+    // Why no port would open (result 110) for the port a command names (`port`, 0: the
+    // configured one); "" when it can't tell. May be null.
+    std::function<std::string(int port)> explainPort;
+    int port = 0;
+
     bool cancelled = false;
+    bool timedOut = false;
 };
+
+// The limit of an unattended command when --timeout is not given.
+const int DefaultTimeoutSeconds = 5;
 
 struct Command {
     const char* name;
@@ -74,6 +93,8 @@ struct Command {
     size_t maxArgs;
     // Null for a command that is planned but not in this version of the program.
     int (*run)(CommandContext& context);
+    // No customer answers it (no card, no PIN): the wait has a limit by default.
+    bool unattended = false;
 };
 
 const std::vector<Command>& CommandTable();

@@ -25,5 +25,9 @@ LibraryHandle OpenLibraryFile(const std::string& path, std::string& usedPath,
 // Address of an exported name, or null.
 ExportAddress FindLibraryExport(LibraryHandle library, const char* name);
 
+// The version of the library file at `path`, or "" if it carries none: on Windows its
+// version record, elsewhere the number after ".so." of the file that its links lead to.
+std::string LibraryFileVersion(const std::string& path);
+
 // Unloads; the library's teardown runs here and closes a port it left open.
 void CloseLibraryFile(LibraryHandle library);

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <limits.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 const char* LibraryFileName()
@@ -47,4 +48,17 @@ void CloseLibraryFile(LibraryHandle library)
 {
     if (library)
         dlclose(library);
+}
+
+std::string LibraryFileVersion(const std::string& path)
+{
+    char* real = realpath(path.c_str(), nullptr);
+    if (!real)
+        return std::string();
+    std::string file(real);
+    free(real);
+    size_t at = file.rfind(".so.");
+    return at == std::string::npos || file.find('/', at) != std::string::npos
+               ? std::string()
+               : file.substr(at + 4);
 }

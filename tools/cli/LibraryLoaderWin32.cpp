@@ -65,3 +65,21 @@ void CloseLibraryFile(LibraryHandle library)
     if (library)
         FreeLibrary(static_cast<HMODULE>(library));
 }
+
+std::string LibraryFileVersion(const std::string& path)
+{
+    DWORD ignored = 0;
+    DWORD size = GetFileVersionInfoSizeA(path.c_str(), &ignored);
+    if (size == 0)
+        return std::string();
+    std::string record(size, '\0');
+    VS_FIXEDFILEINFO* info = nullptr;
+    UINT length = 0;
+    if (!GetFileVersionInfoA(path.c_str(), 0, size, &record[0]) ||
+        !VerQueryValueA(&record[0], "\\", reinterpret_cast<void**>(&info), &length) || !info)
+        return std::string();
+    return std::to_string(HIWORD(info->dwFileVersionMS)) + "." +
+           std::to_string(LOWORD(info->dwFileVersionMS)) + "." +
+           std::to_string(HIWORD(info->dwFileVersionLS)) + "." +
+           std::to_string(LOWORD(info->dwFileVersionLS));
+}

@@ -6,7 +6,10 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #ifndef _WIN32
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -99,4 +102,100 @@ void ReportUnwrittenFiles(const std::string& libraryPath, int savedPort, std::os
     if (!fs::exists(places.log / name, error))
         err << "varnik: the library's log is switched on but could not be written in "
             << places.log.string() << "\n";
+}
+
+namespace {
+
+#ifndef _WIN32
+// Who has `device` open, from the tty's lock file or else the descriptors in /proc: "" if
+// nobody that this user may see.
+std::string Holder(const fs::path& device)
+{
+    const std::string lockName = "LCK.." + device.filename().string();
+    for (const char* folder : {"/var/lock/", "/run/lock/"}) {
+        std::string pid = ReadText(fs::path(folder) / lockName);
+        pid.erase(0, pid.find_first_not_of(" \t"));
+        pid.erase(pid.find_last_not_of(" \t\r\n") + 1);
+        if (!pid.empty() && pid != std::to_string(getpid()))
+            return pid;
+    }
+    DIR* processes = opendir("/proc");
+    if (!processes)
+        return std::string();
+    std::string found;
+    while (dirent* entry = readdir(processes)) {
+        const std::string pid = entry->d_name;
+        if (pid.find_first_not_of("0123456789") != std::string::npos ||
+            pid == std::to_string(getpid()))
+            continue;
+        std::error_code error;
+        for (fs::directory_iterator fd("/proc/" + pid + "/fd", error), end; !error && fd != end;
+             fd.increment(error)) {
+            std::error_code linkError;
+            if (fs::read_symlink(fd->path(), linkError) == device) {
+                found = pid;
+                break;
+            }
+        }
+        if (!found.empty())
+            break;
+    }
+    closedir(processes);
+    return found;
+}
+#endif
+
+}  // namespace
+
+std::string ExplainPortFailure(const std::string& libraryPath, int port)
+{
+#ifdef _WIN32
+    (void)libraryPath;
+    (void)port;
+    return std::string();
+#else
+    const Places places = FindPlaces(libraryPath);
+    std::error_code error;
+    if (port <= 0) {
+        fs::path file = places.config / "varnik.json";
+        if (!places.systemConfig.empty() && !fs::exists(file, error))
+            file = places.systemConfig / "varnik.json";
+        const std::string json = ReadText(file);
+        std::smatch number;
+        if (std::regex_search(json, number, std::regex("\"port\"\\s*:\\s*([0-9]+)")))
+            port = std::atoi(number[1].str().c_str());
+        if (port <= 0) {
+            if (json.empty())
+                return file.string() + " is missing or empty: no port is set (try checkport N)";
+            return file.string() + " sets no port" +
+                   (json.find("\"name\"") != std::string::npos
+                        ? ", and no port's device matched its \"name\""
+                        : " (try checkport N)");
+        }
+    }
+    const fs::path link = places.config / ("COM" + std::to_string(port));
+    const std::string tried = "tried " + link.string() + ": ";
+    struct stat info;
+    if (lstat(link.c_str(), &info) != 0)
+        return tried + "it does not exist (link it to the terminal's tty, e.g. ln -s "
+                       "/dev/ttyUSB0 " + link.string() + ")";
+    const fs::path target = fs::canonical(link, error);
+    if (error)
+        return tried + "it is a dangling link to " + fs::read_symlink(link, error).string();
+    const std::string leads = target == link ? "" : " (" + target.string() + ")";
+    if (access(target.c_str(), R_OK | W_OK) != 0)
+        return tried + "no permission to read and write it" + leads +
+               "; the user needs the device's group, e.g. dialout";
+    const std::string pid = Holder(target);
+    if (!pid.empty()) {
+        std::string name = ReadText("/proc/" + pid + "/comm");
+        name.erase(name.find_last_not_of("\n") + 1);
+        if (name == "pcscd")
+            return tried + "it" + leads + " is held by pcscd (process " + pid +
+                   "), whose reader driver serves the terminal: use varnik pcsc, or stop pcscd";
+        return tried + "it" + leads + " is held by process " + pid +
+               (name.empty() ? "" : " (" + name + ")");
+    }
+    return tried + "it" + leads + " looks free; the library's log tells why it would not open";
+#endif
 }

@@ -9,3 +9,10 @@
 // (`savedPort` >= 0, the port it found) could not write, and a log the library has switched
 // on but could not write. Says nothing when all is well.
 void ReportUnwrittenFiles(const std::string& libraryPath, int savedPort, std::ostream& err);
+
+// Why the library found no port it could open (its result 110), from the paths alone: which
+// config/COM<N> was tried and what is wrong with it (missing, a dangling link, no permission,
+// held by another process or by pcscd). `port` is the number tried, or 0 for the one that
+// varnik.json names. "" when nothing is found to be wrong, or on Windows, where ports are
+// the system's.
+std::string ExplainPortFailure(const std::string& libraryPath, int port);

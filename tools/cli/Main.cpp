@@ -104,10 +104,6 @@ const PcscApi* LoadPcsc()
 int main(int argc, char** argv)
 {
     std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-    if (words.size() == 1 && words[0] == "--version") {
-        std::cout << "varnik " VARNIK_VERSION "\n";
-        return ExitOk;
-    }
     Invocation invocation = ParseCommandLine(words);
 
     if (invocation.action == Invocation::Error) {
@@ -122,12 +118,6 @@ int main(int argc, char** argv)
         return PrintCommandHelp(invocation.helpTopic, std::cout, std::cerr);
     }
 
-    const Command* command = FindCommand(invocation.command);
-    if (!command) {
-        std::cerr << "varnik: no command '" << invocation.command << "'.\nTry 'varnik --help'.\n";
-        return ExitUsage;
-    }
-
     std::vector<std::string> candidates = LibraryCandidates(
         invocation, ExecutableFolder(), LibraryFileName(), std::getenv("VARNIK_LIBRARY"));
 #ifdef VARNIK_INSTALLED_LIBRARY
@@ -136,9 +126,39 @@ int main(int argc, char** argv)
         candidates.push_back(ExecutableFolder() + VARNIK_INSTALLED_LIBRARY);
 #endif
     LibraryHolder library(std::move(candidates));
+
+    if (invocation.action == Invocation::Version) {
+        std::cout << "varnik " VARNIK_VERSION "\n";
+        const LoadedLibrary* loaded = library.Load(std::cerr);
+        if (!loaded)
+            return ExitNoLibrary;
+        std::string version = LibraryFileVersion(loaded->path);
+        std::cout << "library " << (version.empty() ? "(no version)" : version) << " "
+                  << loaded->path << "\n";
+        return ExitOk;
+    }
+
+    const Command* command = FindCommand(invocation.command);
+    if (!command) {
+        std::cerr << "varnik: no command '" << invocation.command << "'.\nTry 'varnik --help'.\n";
+        return ExitUsage;
+    }
+
     CommandContext context(std::cout, std::cerr);
     context.args = invocation.args;
+    context.timeoutSeconds = invocation.timeoutSeconds;
+    // The library's call is still blocked on the port: end without unloading it.
+    context.abandon = [](int seconds) {
+        std::cout << "\nNo answer from the terminal within " << seconds
+                  << " s: cancelled (it did not answer the cancel either).\n";
+        std::cout.flush();
+        std::_Exit(ExitTimedOut);
+    };
     context.load = [&library] { return library.Load(std::cerr); };
+    context.explainPort = [&library](int port) {
+        const LoadedLibrary* loaded = library.Loaded();
+        return loaded ? ExplainPortFailure(loaded->path, port) : std::string();
+    };
     context.beginWait = [](const VarnikApi& api) {
         std::cout.flush();
         BeginCancellableWait(api.PosCancel);

@@ -1,11 +1,14 @@
 // exec, files, rm, upload and script: the command documents of PosExec and the PIN-pad
 // script requests of PinReadKeyClear.
+#include "CommandLine.h"
 #include "CommandSupport.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <ostream>
 #include <vector>
 
@@ -70,7 +73,12 @@ struct UploadSource {
     bool folder = false;
     uint64_t bytes = 0;
     size_t files = 0;
+    uint64_t namesBytes = 0;   // the files' paths below the folder, separators included
 };
+
+// The library announces a folder with the paths of all its files in one frame, which holds
+// this many bytes; a longer list ends the upload before anything is sent.
+const uint64_t FrameCapacity = 204800;
 
 bool Measure(const std::string& path, UploadSource& source)
 {
@@ -88,6 +96,7 @@ bool Measure(const std::string& path, UploadSource& source)
         std::error_code sizeError;
         if (it->is_regular_file(sizeError)) {
             source.bytes += it->file_size(sizeError);
+            source.namesBytes += it->path().lexically_relative(path).string().size() + 1;
             ++source.files;
         }
     }
@@ -105,6 +114,58 @@ std::string FolderInputFor(const std::string& libraryPath, const std::string& fo
     if (error)
         return "";
     return target.lexically_relative(base).string();
+}
+
+// What the library makes of a text with braces: a JSON document, else a file name.
+bool LooksLikeJsonText(const std::string& text)
+{
+    const size_t close = text.find('}');
+    return text.find('{') != std::string::npos && close != 0;
+}
+
+// Why a document text was refused (-2), when the text itself says: "" when it does not.
+std::string DocumentProblem(const std::string& text, const std::string& subject = "the text")
+{
+    std::map<std::string, std::string> members;
+    size_t errorAt = 0;
+    if (!ParseJsonObject(text, members, errorAt))
+        return subject + " is not JSON (it goes wrong at byte " + std::to_string(errorAt) + ")";
+    return "";
+}
+
+// A document the library runs with result 0 may still have done nothing: a "format" or FILE
+// "cmd" it does not know, or a host file to write that cannot be opened.
+void WarnAboutDocument(CommandContext& context, const std::string& text)
+{
+    std::map<std::string, std::string> members;
+    size_t errorAt = 0;
+    if (!LooksLikeJsonText(text) || !ParseJsonObject(text, members, errorAt) ||
+        !members.count("format"))
+        return;
+    const std::string& format = members["format"];
+    bool known = false;
+    for (const char* word : {"BEEP", "SCREEN", "APDU", "FILE", "UPLOAD", "PINPAD"})
+        known = known || SameWord(format, word);
+    if (!known) {
+        context.out << "Warning: \"format\" " << JsonString(format)
+                    << " is no command of the library: nothing was sent.\n";
+        return;
+    }
+    if (!SameWord(format, "FILE") || !members.count("cmd"))
+        return;
+    const std::string& cmd = members["cmd"];
+    bool knownCmd = cmd.empty();
+    for (const char* word : {"list", "del", "write", "UPLOAD", "PINPAD"})
+        knownCmd = knownCmd || SameWord(cmd, word);
+    if (!knownCmd) {
+        context.out << "Warning: \"cmd\" " << JsonString(cmd)
+                    << " is no FILE command of the library: nothing was sent.\n";
+    } else if (SameWord(cmd, "write") && members.count("file")) {
+        std::ifstream file(members["file"], std::ios::binary);
+        if (!file)
+            context.out << "Warning: the host file " << members["file"]
+                        << " cannot be opened: nothing was sent.\n";
+    }
 }
 
 void ReportStoredBeforeCancel(CommandContext& context, const std::string& stored)
@@ -171,9 +232,19 @@ int RunExec(CommandContext& context)
         return ExitCancelled;
     if (result == ResultPortUnavailable)
         return ReportFailure(context, result);
+    const std::string& text = context.args[0];
     context.out << "Result: " << result << '\n';
     if (!reply.empty())
         context.out << "Reply: " << reply << '\n';
+    if (result == 0)
+        WarnAboutDocument(context, text);
+    if (result == -2 && LooksLikeJsonText(text)) {
+        std::string problem = DocumentProblem(text);
+        if (!problem.empty()) {
+            context.out << "The command failed (-2): " << problem << ".\n";
+            return ExitTerminal;
+        }
+    }
     return result < 0 ? ReportExecFailure(context, result) : ExitOk;
 }
 
@@ -245,6 +316,9 @@ int RunUpload(CommandContext& context)
                                   : "")
                 << ", " << Seconds(wireSeconds) << " on the line at 921600 baud.\n"
                 << std::flush;
+    // The limit is for a terminal that stops answering, so the line's own time comes on top.
+    if (context.timeoutMs > 0)
+        context.timeoutMs += static_cast<long long>(wireSeconds * 1000);
     const auto start = std::chrono::steady_clock::now();
     auto elapsedMs = [&start] {
         return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -266,7 +340,7 @@ int RunUpload(CommandContext& context)
         context.out << '\r' << UploadProgressLine(source.bytes, tookMs, result == 0) << '\n';
     if (context.cancelled && result == 0) {
         // The cancel came after the last answer it could have stopped.
-        context.cancelled = false;
+        context.cancelled = context.timedOut = false;
         context.out << "The cancel came too late: "
                     << (source.folder ? "every file was sent.\n" : "the file was sent.\n");
     }
@@ -275,6 +349,22 @@ int RunUpload(CommandContext& context)
         if (source.folder && result == -1)
             ReportStoredBeforeCancel(context, TextOf(reply));
         return ExitCancelled;
+    }
+    if (result == -1 && source.folder) {
+        // The paths as the library makes them (its resolved folder, "input", each file below)
+        // with a separator or the closing NUL behind each.
+        std::error_code error;
+        const fs::path folder = fs::weakly_canonical(library->path, error).parent_path();
+        const uint64_t frame = 1 + 2 + 8 + source.namesBytes +
+                               source.files * (folder.string().size() + 1 +
+                                               FolderInputFor(library->path, path).size() + 1) +
+                               2;
+        if (!error && frame > FrameCapacity) {
+            context.out << "The folder's list of " << source.files << " files takes about "
+                        << frame << " bytes, more than one frame holds (" << FrameCapacity
+                        << "): no file was sent.\n";
+            return ExitTerminal;
+        }
     }
     if (result == -1) {
         context.out << "The terminal refused "
@@ -313,10 +403,22 @@ int RunScript(CommandContext& context)
         context.out << "The script failed (-1): \"format\" is neither PINPAD nor FILE, \"cmd\" "
                        "is unknown, the terminal cancelled, or it refused the file.\n";
         return ExitTerminal;
-    case -2:
-        context.out << "The script failed (-2): its file could not be read or is too large, or "
-                       "a \"write\" has no \"file\".\n";
+    case -2: {
+        // The library read "@FILE" from the host; the text itself, or that file, may not be JSON.
+        std::string script = request.substr(1), problem;
+        const bool named = script.compare(0, 1, "@") != 0 && !LooksLikeJsonText(script);
+        const std::string subject = named ? "its file " + script : "the text";
+        if (named && (!context.readFile || !context.readFile(subject.substr(9), script)))
+            problem = subject + " could not be read";
+        else if (script.compare(0, 1, "@") != 0)
+            problem = DocumentProblem(script, subject);
+        context.out << "The script failed (-2): "
+                    << (problem.empty() ? "its file could not be read or is too large, or a "
+                                          "\"write\" has no \"file\""
+                                        : problem)
+                    << ".\n";
         return ExitTerminal;
+    }
     case -3:
         context.out << "The script failed (-3): a \"write\" has no \"image\", or the image is "
                        "too large.\n";

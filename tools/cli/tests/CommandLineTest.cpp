@@ -14,7 +14,11 @@ std::string Outcome(const std::vector<std::string>& words)
     const Invocation i = ParseCommandLine(words);
     if (i.action == Invocation::Error)
         return i.error.empty() ? "error without a reason" : "error";
-    std::string text = i.action == Invocation::Help ? "help" : "run";
+    std::string text = i.action == Invocation::Help      ? "help"
+                       : i.action == Invocation::Version ? "version"
+                                                         : "run";
+    if (i.timeoutSeconds >= 0)
+        text += " timeout=" + std::to_string(i.timeoutSeconds);
     if (i.libraryGiven)
         text += " lib=" + i.libraryPath;
     if (!i.command.empty())
@@ -33,6 +37,8 @@ TEST(CommandLine, WordsBecomeAnInvocation)
         {{"checkport", "7"}, "run cmd=checkport [7]"},
         {{"--lib", "/x/libvarnik.so", "version"}, "run lib=/x/libvarnik.so cmd=version"},
         {{"--lib=a.so", "probe"}, "run lib=a.so cmd=probe"},
+        {{"--timeout", "0", "--timeout=9", "pin"}, "run timeout=9 cmd=pin"},
+        {{"--lib", "a.so", "--version"}, "version lib=a.so"},
         {{"--lib", "a.so", "--lib", "b.so", "probe"}, "run lib=b.so cmd=probe"},
         // After the command word everything is the command's, options included.
         {{"thaiid", "--mode", "2"}, "run cmd=thaiid [--mode] [2]"},
@@ -47,6 +53,9 @@ TEST(CommandLine, WordsBecomeAnInvocation)
         {{"--lib=", "probe"}, "error"},
         {{"--lib", "a.so"}, "error"},
         {{"--verbose", "probe"}, "error"},
+        {{"--timeout", "-1", "probe"}, "error"},
+        {{"--timeout"}, "error"},
+        {{"--version", "probe"}, "error"},
         {{"help", "probe", "version"}, "error"},
     };
     for (const auto& row : rows)

@@ -5,10 +5,14 @@
 // port failure behind a result of 110). The real program against the simulator is run by the
 // integration tests.
 #include "CommandSupport.h"
+#include "Console.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
+#include <thread>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -27,19 +31,23 @@ struct Fake {
     std::string reply;   // copied into the caller's buffer as it is; empty: the buffer is left
     std::string input;   // what the call got: port, mode, prompt or key
     int calls = 0;
+    bool silent = false;   // the call ends only on a cancel
 } g;
+std::atomic<bool> g_cancelled{false};
 
 int Answer(void* out, const std::string& input)
 {
     ++g.calls;
     g.input = input;
+    while (g.silent && !g_cancelled)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     if (out != nullptr)
         std::memcpy(out, g.reply.data(), g.reply.size());
     return g.result;
 }
 int VARNIK_CALL Select() { return Answer(nullptr, "select"); }
 int VARNIK_CALL CheckPort(int port) { return Answer(nullptr, std::to_string(port)); }
-int VARNIK_CALL Cancel() { return 0; }
+int VARNIK_CALL Cancel() { return g_cancelled = true, 0; }
 int VARNIK_CALL ReadText(char* out) { return Answer(out, ""); }
 int VARNIK_CALL ReadBytes(unsigned char* out) { return Answer(out, ""); }
 int VARNIK_CALL ReadKeyClear(char* inOut) { return Answer(inOut, inOut); }
@@ -66,6 +74,7 @@ struct Row {
     std::string file = "";  // "name:hex" of the file written
     bool cancel = false;    // Ctrl-C during the wait
     std::string config = "{\"port\":7}";
+    bool silent = false;    // the terminal answers only a cancel; --timeout 1
 };
 
 const std::string Key = "00112233445566778899AABBCCDDEEFF";
@@ -81,6 +90,8 @@ const Row Rows[] = {
     {"version", {}, 0, Z(""), ExitTerminal, "The terminal gave no version text.\n"},
     {"version", {}, 3, Z("ABCDEF"), ExitOk, "ABCDEF\n"},
     {"version", {}, 1, Z("\x18"), ExitCancelled, "...Cancelled.", "", "", true},
+    {"version", {}, 1, Z("\x18"), ExitTimedOut, "No answer from the terminal within 1 s: cancelled.\n",
+     "", "", false, "{}", true},
     {"pin", {}, 0, "\x12\x34\x56\x78\x90\xAB\xCD\xEF", ExitOk,
      Pin + "1234567890ABCDEF0000000000000000\n"},
     {"pin", {}, 110, "", ExitTerminal, Pin + NoPort},
@@ -105,6 +116,10 @@ const Row Rows[] = {
     {"thaiid", {"--mode", "3"}, 110, "", ExitTerminal, Insert + NoPort, "mode 3"},
     {"exec", {"version"}, 1, Z("NEW6210 SIM"), ExitOk, "Result: 1\nReply: NEW6210 SIM\n", "version"},
     {"exec", {"{}"}, -2, Z(""), ExitTerminal, "...Result: -2\nThe command failed (-2)", "{}"},
+    {"exec", {R"({"format":"BEEP",})"}, -2, Z(""), ExitTerminal, "...(-2): the text is not JSON (it goes wrong at byte 17)"},
+    {"exec", {R"({"format":"BOOP"})"}, 0, Z(""), ExitOk, "...Warning: \"format\" \"BOOP\" is no command"},
+    {"exec", {R"({"format":"file","cmd":"write","file":"/no/such"})"}, 0, Z(""), ExitOk,
+     "...Warning: the host file /no/such cannot be opened"},
     {"exec", {"x"}, -790, Z(""), ExitTerminal, "...Result: -790\nThe port was not open", "x"},
     {"files", {}, 0, Z(""), ExitOk, "The terminal lists no files.\n"},
     {"rm", {"we\"ird\\x"}, 0, Z(""), ExitOk, "The terminal was told to delete we\"ird\\x.\n",
@@ -112,6 +127,7 @@ const Row Rows[] = {
     {"upload", {UpFile}, 0, Z(""), ExitOk, "...Uploading " + UpFile + ": 10 bytes, 0.0 s",
      R"({"format":"FILE","cmd":"write","file":)" + JsonString(UpFile) + "}"},
     {"upload", {UpFile}, -1, Z(""), ExitTerminal, "...Uploading"},
+    {"upload", {Till + "/big"}, -1, Z(""), ExitTerminal, "...820 files takes about 2"},
     // The library prefixes "input" with its own folder.
     {"upload", {Till + "/up"}, 0, Z(""), ExitOk, "...Uploading " + Till + "/up: 10 bytes in 1 file,",
      R"({"format":"UPLOAD","input":"../up"})"},
@@ -120,7 +136,8 @@ const Row Rows[] = {
     {"upload", {Till + "/up"}, -1, Z(""), ExitCancelled, "...stored no file of the folder before the cancel.\nCancelled.",
      "", "", true},
     {"script", {R"({"format":"PINPAD"})"}, 0, Z("DONE"), ExitOk, "DONE\n", R"(@{"format":"PINPAD"})"},
-    {"script", {"@/no/such"}, -2, Z(""), ExitTerminal, "...The script failed (-2)", "@/no/such"},
+    {"script", {"@/no/such"}, -2, Z(""), ExitTerminal, "...(-2): its file /no/such could not be read", "@/no/such"},
+    {"script", {"{\"a\":[1,}"}, -2, Z(""), ExitTerminal, "...(-2): the text is not JSON (it goes wrong at byte 8)"},
     {"script", {"@@doc.json"}, -3, Z(""), ExitTerminal, "...The script failed (-3)", "@@doc.json"},
     {"script", {"{}"}, -1, Z(""), ExitTerminal, "...The script failed (-1)", "@{}"},
 };
@@ -150,7 +167,7 @@ struct Result {
 };
 
 void Execute(const std::vector<std::string>& words, const std::string& config, bool cancel,
-                Result& run, bool loadable = true)
+                Result& run, bool loadable = true, bool silent = false)
 {
     static LoadedLibrary library;
     library.path = Till + "/lib/libvarnik.so";
@@ -158,6 +175,8 @@ void Execute(const std::vector<std::string>& words, const std::string& config, b
                             ReadKeyClear, ReadText, ReadText, ThaiId, ThaiLength, nullptr};
     CommandContext context(run.out, run.err);
     context.args.assign(words.begin() + 1, words.end());
+    context.timeoutSeconds = silent ? 1 : -1;
+    context.whileTicking = RunWhileTicking;
     context.load = [&]() -> const LoadedLibrary* {
         ++run.loads;
         return loadable ? &library : nullptr;
@@ -182,14 +201,19 @@ TEST(Commands, EveryCommandAgainstTheLibrarysAnswers)
 {
     std::filesystem::create_directories(Till + "/up/sub");
     std::ofstream(UpFile) << "0123456789";
+    std::filesystem::create_directories(Till + "/big");  // a list longer than a frame
+    for (int i = 0; i < 820; ++i)
+        std::ofstream(Till + "/big/" + std::to_string(i) + std::string(240, 'n'));
     for (const Row& row : Rows) {
         g = Fake();
         g.result = row.result;
+        g.silent = row.silent;
+        g_cancelled = false;
         g.reply = row.reply;
         std::vector<std::string> words{row.command};
         words.insert(words.end(), row.args.begin(), row.args.end());
         Result run;
-        Execute(words, row.config, row.cancel, run);
+        Execute(words, row.config, row.cancel, run, true, row.silent);
         const std::string what = std::string(row.command) + " -> " + row.out;
         EXPECT_EQ(run.status, row.status) << what;
         if (row.out.compare(0, 3, "...") == 0) {
