@@ -22,8 +22,9 @@ sim_pid=$!
 for _ in $(seq 50); do [ -s "$work/sim.out" ] && break; sleep 0.1; done
 ln -s "$(readlink "$user/COM7")" "$work/env/COM7"
 
-[ "$(varnik --version)" = "varnik $(sed -n 's/^project(Varnik VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")" ] ||
-  fail "varnik --version: $(varnik --version)"
+version=$(sed -n 's/^project(Varnik VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
+[ "$(varnik --version)" = "varnik $version
+library $version $prefix/bin/../lib/libvarnik.so.1" ] || fail "varnik --version: $(varnik --version)"
 varnik checkport 7 >/dev/null 2>"$work/err" || fail "installed checkport: $(cat "$work/err")"
 [ "$(cat "$user/varnik.json")" = '{"port":7}' ] || fail "varnik.json not in $user"
 ls "$HOME/.local/state/varnik/"*.log >/dev/null 2>&1 || [ -d /var/log/varnik ] || fail "no log in the state folder"
