@@ -46,9 +46,8 @@ expect() {
     tail -n 30 "$work/client.err" "$work/pcscd.log" "$work/sim.log"
 }
 
-# The port vanishes under the daemon (the reader is unavailable meanwhile) and comes back; the
-# client reads the card with its photo and sees it go and come back; the library's exports get
-# 110 while the daemon has the port.
+# The port vanishes under the daemon (the reader is unavailable meanwhile) and comes back; the client reads the card with its photo
+# and sees it go and come back; the library's exports get 110 while the daemon has the port.
 start --vanish-after 2
 until [ ! -e "$work/COM7" ]; do sleep 0.05; done
 kill "$simulator"
