@@ -50,8 +50,8 @@ RESPONSECODE CreateChannel(DWORD Lun, const std::string& device)
         return IFD_COMMUNICATION_ERROR;
     }
     // The daemon has checked that the device exists. One that won't open yet (a point-of-sale
-    // program still holds it through the library) still makes a reader, unavailable until the
-    // port opens and the terminal answers.
+    // program still holds it through the library) still makes a reader, whose slot stays empty
+    // until the port opens.
     g_channel.Open(device);
     g_lun = Lun;
     g_created = true;

@@ -3,8 +3,7 @@ libpcsclite.so.1 into this process). Each step prints one "key=value" line for t
   library LIBRARY  ReaderSelect twice, then the Thai ID card and its photo through pyscard
   direct LIBRARY   pcsc-lite's functions bound before a single ReaderSelect, then called
   card SIMPID      pcscd's reader: the card and photo, then the simulator takes it out and back
-  silent           pcscd's reader, whose terminal never answers an APDU: one timed exchange
-  off              pcscd's reader, whose terminal is gone: its state and SCardConnect"""
+  silent           pcscd's reader, whose terminal never answers an APDU: one timed exchange"""
 
 import ctypes
 import os
@@ -62,11 +61,6 @@ def run_card(mode, argument):
     _, context = sc.SCardEstablishContext(sc.SCARD_SCOPE_USER)
     _, readers = sc.SCardListReaders(context, [])
     report("readers", "|".join(readers))
-    if mode == "off":  # a terminal that is gone: unavailable, not an empty slot
-        report("state", wait_for(sc, context, readers[0], sc.SCARD_STATE_UNAVAILABLE))
-        result = sc.SCardConnect(context, readers[0], sc.SCARD_SHARE_SHARED, sc.SCARD_PROTOCOL_T0)[0]
-        report("connect", "0x%08X" % (result & 0xFFFFFFFF))
-        return
     if mode == "card":
         report("present", wait_for(sc, context, readers[0], sc.SCARD_STATE_PRESENT))
     result, card, protocol = sc.SCardConnect(context, readers[0], sc.SCARD_SHARE_SHARED,
