@@ -61,15 +61,17 @@ bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned lon
     return true;
 }
 
-ReplyEnd JudgeReply(const uint8_t* raw, int total, uint8_t operation)
+bool FrameComplete(const uint8_t* raw, int total)
+{
+    return total >= 4 && raw[0] == STX && raw[total - 2] == ETX &&
+           raw[total - 1] == CheckOf(raw + 1, total - 3);
+}
+
+bool FrameUnfinished(const uint8_t* raw, int total)
 {
     if (raw[0] != STX && raw[0] != SI)
-        return ReplyEnd::Quiet;
-    if (total < 3 || raw[total - 2] != (raw[0] == STX ? ETX : SO))
-        return ReplyEnd::Awaited;
-    const bool sized = operation == OpCardOpen && raw[0] == STX && total == raw[1] + 4;
-    return sized && raw[total - 1] == CheckOf(raw + 1, total - 3) ? ReplyEnd::Whole
-                                                                  : ReplyEnd::Quiet;
+        return false;
+    return total < 3 || raw[total - 2] != (raw[0] == STX ? ETX : SO);
 }
 
 int StripReply(uint8_t* raw, int total)
@@ -107,7 +109,7 @@ void ReaderChannel::Close()
     m_context.serial.Close();
 }
 
-int ReaderChannel::ReadWithin(uint8_t operation, int deadlineMs)
+int ReaderChannel::ReadWithin(int deadlineMs)
 {
     uint8_t* buffer = m_context.rxBuffer;
     const int room = TxRxCapacity - 1;
@@ -122,13 +124,13 @@ int ReaderChannel::ReadWithin(uint8_t operation, int deadlineMs)
         if (n > 0) {
             total += n;
             lastByteAt = now;
-            if (total >= room || JudgeReply(buffer, total, operation) == ReplyEnd::Whole)
+            if (FrameComplete(buffer, total) || total >= room)
                 return total;
         }
         // A quiet line ends a reply, unless it is a frame whose end hasn't come: a pause
         // inside a frame (a USB adapter's latency) waits for the rest until the deadline.
         int64_t until = deadline;
-        if (total > 0 && JudgeReply(buffer, total, operation) != ReplyEnd::Awaited)
+        if (total > 0 && !FrameUnfinished(buffer, total))
             until = std::min(deadline, lastByteAt + int64_t{SilenceMs} * 1000);
         if (now >= until)
             return total;  // 0: nothing came in time
@@ -159,7 +161,7 @@ int ReaderChannel::Exchange(uint8_t operation, const uint8_t* payload, int lengt
     AppendBytes(context, payload, length);
     CloseFrame(context);
 
-    const int raw = SendFrame(context) > 0 ? ReadWithin(operation, deadlineMs) : -1;
+    const int raw = SendFrame(context) > 0 ? ReadWithin(deadlineMs) : -1;
     const int stripped = raw > 0 ? StripReply(context.rxBuffer, raw) : -1;
     if (stripped < 0) {
         const char* device = m_device.c_str();

@@ -42,15 +42,13 @@ bool TakeAtr(const uint8_t* payload, int length, uint8_t* atr, int* atrLength);
 bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned long capacity,
                   unsigned long* outLength);
 
-// Where a reply read so far stands. A frame carries no length of its own, so an ETX and a
-// matching check byte at the end of one arrival can be APDU bytes with more to come: only the
-// open answer, whose first byte is the ATR's length, says where it ends.
-enum class ReplyEnd {
-    Whole,    // the open answer, as long as its length byte says: ends now
-    Quiet,    // may be whole: ends once the line stays quiet for the silence window
-    Awaited   // a frame (STX or SI) with no closing byte before its last: waits to the deadline
-};
-ReplyEnd JudgeReply(const uint8_t* raw, int total, uint8_t operation);
+// True once `raw` holds a whole STX frame whose check byte is the XOR of its payload, so that an
+// ETX inside a partial arrival can't end it. Any other reply (another check byte, an SI frame,
+// a single byte) ends only when the line falls quiet, as in the library's reader.
+bool FrameComplete(const uint8_t* raw, int total);
+
+// True while `raw` opens a frame (STX or SI) but has no closing byte before its last byte yet.
+bool FrameUnfinished(const uint8_t* raw, int total);
 
 // Strips STX/ETX or SI/SO and the check byte in place, as ReadReply does. The payload's length,
 // 1 for a single byte, or -1 for bytes that are no reply.
@@ -78,7 +76,7 @@ private:
     // stripped payload is left in rxBuffer; its length, or -1 with `failure` set.
     int Exchange(uint8_t operation, const uint8_t* payload, int length, int deadlineMs,
                  Outcome& failure);
-    int ReadWithin(uint8_t operation, int deadlineMs);
+    int ReadWithin(int deadlineMs);
 
     DeviceContext& m_context;
     std::string m_device;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "ReaderChannel.h"
-#include "session/Frame.h"
 
 namespace {
 
@@ -53,25 +52,6 @@ TEST(ReaderAnswer, CardAnswerPassesUnchangedOnlyWithinTheDaemonsRoom)
         EXPECT_EQ(out[row.room], Untouched);
         out.resize(length);
         EXPECT_EQ(out, row.passed ? row.answer : Bytes{});
-    }
-}
-
-TEST(ReaderAnswer, AnArrivalEndingInEtxAndItsCheckByteIsNoWholeAnswer)
-{
-    // Each answer has a prefix that ends in ETX and the check byte of what came before it.
-    using End = Ifd::ReplyEnd;
-    const struct { uint8_t operation; Bytes raw; End whole; } rows[] = {
-        {OpCardTransmit, {STX, 0x41, ETX, 0x41, 0x90, 0x00, ETX, 0x93}, End::Quiet},
-        {OpCardOpen, {STX, 0x03, 0x3B, ETX, 0x38, ETX, 0x03}, End::Whole},
-        {OpCardPresence, {0x06}, End::Quiet},
-    };
-    for (const auto& row : rows) {
-        const int total = static_cast<int>(row.raw.size());
-        for (int split = 1; split < total; ++split) {
-            SCOPED_TRACE(split);
-            EXPECT_NE(Ifd::JudgeReply(row.raw.data(), split, row.operation), End::Whole);
-        }
-        EXPECT_EQ(Ifd::JudgeReply(row.raw.data(), total, row.operation), row.whole);
     }
 }
 
