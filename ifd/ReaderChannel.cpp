@@ -61,10 +61,28 @@ bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned lon
     return true;
 }
 
-bool FrameComplete(const uint8_t* raw, int total)
+bool FrameComplete(const uint8_t* raw, int total, uint8_t operation, const uint8_t* command,
+                   int commandLength)
 {
-    return total >= 4 && raw[0] == STX && raw[total - 2] == ETX &&
-           raw[total - 1] == CheckOf(raw + 1, total - 3);
+    if (total < 4 || raw[0] != STX || raw[total - 2] != ETX ||
+        raw[total - 1] != CheckOf(raw + 1, total - 3))
+        return false;
+    const int length = total - 3;
+    if (operation == OpCardOpen)
+        return length == raw[1] + 1;
+    if (operation != OpCardTransmit)
+        return false;
+    // Short APDUs: CLA INS P1 P2 (case 1), then Le (2), Lc and data (3), or Lc, data and Le (4).
+    // Without Le the card answers with its status word alone, with it Le bytes come first; a
+    // status word alone in answer to an Le (an error, 61xx, 6Cxx) is told by the silence.
+    const int lc = commandLength > 5 ? command[4] : 0;
+    if (commandLength == 4 || (lc != 0 && commandLength == 5 + lc))
+        return length == 2;
+    if (commandLength == 5 || (lc != 0 && commandLength == 6 + lc)) {
+        const int le = command[commandLength - 1];
+        return length == (le == 0 ? 256 : le) + 2;
+    }
+    return false;  // an extended or malformed command: the silence tells
 }
 
 bool FrameUnfinished(const uint8_t* raw, int total)
@@ -109,7 +127,8 @@ void ReaderChannel::Close()
     m_context.serial.Close();
 }
 
-int ReaderChannel::ReadWithin(int deadlineMs)
+int ReaderChannel::ReadWithin(int deadlineMs, uint8_t operation, const uint8_t* command,
+                              int commandLength)
 {
     uint8_t* buffer = m_context.rxBuffer;
     const int room = TxRxCapacity - 1;
@@ -124,7 +143,7 @@ int ReaderChannel::ReadWithin(int deadlineMs)
         if (n > 0) {
             total += n;
             lastByteAt = now;
-            if (FrameComplete(buffer, total) || total >= room)
+            if (FrameComplete(buffer, total, operation, command, commandLength) || total >= room)
                 return total;
         }
         // A quiet line ends a reply, unless it is a frame whose end hasn't come: a pause
@@ -161,7 +180,7 @@ int ReaderChannel::Exchange(uint8_t operation, const uint8_t* payload, int lengt
     AppendBytes(context, payload, length);
     CloseFrame(context);
 
-    const int raw = SendFrame(context) > 0 ? ReadWithin(deadlineMs) : -1;
+    const int raw = SendFrame(context) > 0 ? ReadWithin(deadlineMs, operation, payload, length) : -1;
     const int stripped = raw > 0 ? StripReply(context.rxBuffer, raw) : -1;
     if (stripped < 0) {
         const char* device = m_device.c_str();

@@ -42,10 +42,14 @@ bool TakeAtr(const uint8_t* payload, int length, uint8_t* atr, int* atrLength);
 bool TakeResponse(const uint8_t* payload, int length, uint8_t* out, unsigned long capacity,
                   unsigned long* outLength);
 
-// True once `raw` holds a whole STX frame whose check byte is the XOR of its payload, so that an
-// ETX inside a partial arrival can't end it. Any other reply (another check byte, an SI frame,
-// a single byte) ends only when the line falls quiet, as in the library's reader.
-bool FrameComplete(const uint8_t* raw, int total);
+// True once `raw` holds a whole STX frame: ETX and the check byte (the XOR of the payload) at
+// its end, and a payload as long as the request says its answer is. A partial arrival ends in
+// ETX and a matching check byte at one read boundary in 65,536, so those alone prove nothing.
+// The open answer carries its own length; an APDU's answer is the Le bytes its command asks
+// for and the status word. Any other reply (a length the request doesn't settle, another check
+// byte, an SI frame, a single byte) ends only when the line falls quiet.
+bool FrameComplete(const uint8_t* raw, int total, uint8_t operation, const uint8_t* command,
+                   int commandLength);
 
 // True while `raw` opens a frame (STX or SI) but has no closing byte before its last byte yet.
 bool FrameUnfinished(const uint8_t* raw, int total);
@@ -76,7 +80,7 @@ private:
     // stripped payload is left in rxBuffer; its length, or -1 with `failure` set.
     int Exchange(uint8_t operation, const uint8_t* payload, int length, int deadlineMs,
                  Outcome& failure);
-    int ReadWithin(int deadlineMs);
+    int ReadWithin(int deadlineMs, uint8_t operation, const uint8_t* command, int commandLength);
 
     DeviceContext& m_context;
     std::string m_device;

@@ -2,8 +2,10 @@
 // past the room of the ATR buffer or of the daemon's receive buffer.
 #include <gtest/gtest.h>
 
+#include <thread>
 #include <vector>
 
+#include "PtyPort.h"
 #include "ReaderChannel.h"
 
 namespace {
@@ -35,24 +37,46 @@ TEST(ReaderAnswer, AtrComesFromTheOpenAnswerAndNeverExceedsThirtyThreeBytes)
     }
 }
 
-TEST(ReaderAnswer, CardAnswerPassesUnchangedOnlyWithinTheDaemonsRoom)
+TEST(ReaderAnswer, TransmitHandsUpTheCardsWholeAnswerOnlyWithinTheDaemonsRoom)
 {
-    // 61xx and 6Cxx go up as they are: the client does the T=0 follow-up.
-    const struct { Bytes answer; unsigned long room; bool passed; } rows[] = {
-        {{0x61, 0x0A}, 258, true},
-        {{0x01, 0x02, 0x90, 0x00}, 4, true},
-        {{0x01, 0x02, 0x90, 0x00}, 3, false},
+    // The terminal on a pseudo-terminal answers in pieces, each once the driver took the last.
+    PtyPort line;
+    Ifd::ReaderChannel channel(g_context);
+    ASSERT_TRUE(channel.Open(g_strConfigFolder + "COM" + std::to_string(PtyPort::Number)));
+    const Bytes read4{0x00, 0xB0, 0x00, 0x00, 0x04};
+    using Ifd::Outcome;
+    const struct { const char* what; Bytes command; std::vector<Bytes> pieces; unsigned long room;
+                   Outcome outcome; Bytes answer; } rows[] = {
+        {"the longest command; 61xx goes up as it is", Bytes(255, 0x00),
+         {{0x02, 0x61, 0x0A, 0x03, 0x6B}}, 258, Outcome::Done, {0x61, 0x0A}},
+        {"a command past the length byte", Bytes(256, 0x00), {}, 258, Outcome::TooLarge, {}},
+        {"the terminal's CAN is no answer of the card", read4, {{0x18}}, 258, Outcome::NoCard, {}},
+        {"a piece ending like a whole frame", read4, {{0x02, 0x01, 0x02, 0x03, 0x03},
+         {0x90, 0x00, 0x03, 0x93}}, 6, Outcome::Done, {1, 2, 3, 3, 0x90, 0}},
+        {"an answer past the daemon's room", read4, {{0x02, 1, 2, 3, 3, 0x90, 0, 0x03, 0x93}},
+         5, Outcome::TooLarge, {}},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::thread terminal([&] {
+            for (int n = 0; !row.pieces.empty() && line.Receive().empty() && n < 50; ++n) {
+            }  // the request first: the driver empties the line before it sends
+            for (const Bytes& piece : row.pieces) {
+                line.Send(piece);
+                for (int n = 1, i = 0; i < 20000 && ioctl(line.Slave(), FIONREAD, &n) == 0 && n; ++i)
+                    usleep(50);
+            }
+        });
         Bytes out(row.room + 1, Untouched);
         unsigned long length = 99;
-        const int size = static_cast<int>(row.answer.size());
-        EXPECT_EQ(Ifd::TakeResponse(row.answer.data(), size, out.data(), row.room, &length),
-                  row.passed);
+        EXPECT_EQ(channel.Transmit(row.command.data(), row.command.size(), out.data(), row.room,
+                                   &length), row.outcome);
+        terminal.join();
         EXPECT_EQ(out[row.room], Untouched);
         out.resize(length);
-        EXPECT_EQ(out, row.passed ? row.answer : Bytes{});
+        EXPECT_EQ(out, row.answer);
     }
+    channel.Close();
 }
 
 }  // namespace
