@@ -21,7 +21,6 @@ std::mutex g_lock;
 Ifd::ReaderChannel g_channel(g_context);
 DWORD g_lun = 0;
 bool g_created = false;
-bool g_firstPresence = false;
 UCHAR g_atr[Ifd::MaxAtrSize];
 DWORD g_atrLength = 0;
 
@@ -55,7 +54,6 @@ RESPONSECODE CreateChannel(DWORD Lun, const std::string& device)
     g_channel.Open(device);
     g_lun = Lun;
     g_created = true;
-    g_firstPresence = true;
     g_atrLength = 0;
     return IFD_SUCCESS;
 }
@@ -174,22 +172,14 @@ RESPONSECODE IFDHTransmitToICC(DWORD, SCARD_IO_HEADER, PUCHAR TxBuffer, DWORD Tx
 RESPONSECODE IFDHICCPresence(DWORD)
 {
     std::lock_guard<std::mutex> hold(g_lock);
-    const Ifd::Outcome outcome = g_channel.Presence();
-    const bool first = g_firstPresence;
-    g_firstPresence = false;
-    if (outcome == Ifd::Outcome::Done)
+    if (g_channel.Presence() == Ifd::Outcome::Done)
         return IFD_ICC_PRESENT;
+    // A terminal that is off or silent, or a port another program holds, is an empty slot, as
+    // a reader without a card: an error would make the daemon drop the reader at its first check,
+    // and mark it unavailable later, which card-reader programs take for a reader gone. The
+    // channel's log lines say why the slot is empty; the card is back when the terminal answers.
     g_atrLength = 0;
-    if (outcome == Ifd::Outcome::NoCard)
-        return IFD_ICC_NOT_PRESENT;
-    if (first) {
-        // The daemon drops a reader whose first check fails and never asks again: a terminal
-        // switched on after the daemon started would never be seen. An empty slot keeps the
-        // reader, and the next polls report the silence as what it is.
-        Ifd::ReportLine(Ifd::LogError, "the terminal does not answer yet: an empty slot for now");
-        return IFD_ICC_NOT_PRESENT;
-    }
-    return ToResponse(outcome);
+    return IFD_ICC_NOT_PRESENT;
 }
 
 RESPONSECODE IFDHControl(DWORD, DWORD, PUCHAR, DWORD, PUCHAR, DWORD, LPDWORD pdwBytesReturned)

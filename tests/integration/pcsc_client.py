@@ -3,7 +3,8 @@ libpcsclite.so.1 into this process). Each step prints one "key=value" line for t
   library LIBRARY  ReaderSelect twice, then the Thai ID card and its photo through pyscard
   direct LIBRARY   pcsc-lite's functions bound before a single ReaderSelect, then called
   card SIMPID      pcscd's reader: the card and photo, then the simulator takes it out and back
-  silent           pcscd's reader, whose terminal never answers an APDU: one timed exchange"""
+  silent           pcscd's reader, whose terminal never answers an APDU: one timed exchange
+  state            pcscd's reader once its state holds still: the state and SCardConnect's result"""
 
 import ctypes
 import os
@@ -85,6 +86,23 @@ def run_card(mode, argument):
         report("inserted", wait_for(sc, context, readers[0], sc.SCARD_STATE_PRESENT))
 
 
+def run_state():
+    import smartcard.scard as sc
+
+    _, context = sc.SCardEstablishContext(sc.SCARD_SCOPE_USER)
+    reader = sc.SCardListReaders(context, [])[1][0]
+    state = sc.SCARD_STATE_UNAWARE
+    for _ in range(20):  # until a second, several of the daemon's polls, brings no change
+        result, [(_, new, _)] = sc.SCardGetStatusChange(context, 1000, [(reader, state)])
+        if result != 0:
+            break
+        state = new & ~sc.SCARD_STATE_CHANGED
+    report("state", " ".join(name for name in ("EMPTY", "PRESENT", "UNAVAILABLE")
+                             if state & getattr(sc, "SCARD_STATE_" + name)))
+    result = sc.SCardConnect(context, reader, sc.SCARD_SHARE_SHARED, sc.SCARD_PROTOCOL_T0)[0]
+    report("connect", "0x%08X" % (result & 0xFFFFFFFF))
+
+
 def run_direct(path):
     # Bound before ReaderSelect, as a host that loaded its PC/SC library early has them.
     try:
@@ -128,5 +146,7 @@ def run_direct(path):
 if __name__ == "__main__":
     if sys.argv[1] == "direct":
         run_direct(sys.argv[2])
+    elif sys.argv[1] == "state":
+        run_state()
     else:
         run_card(sys.argv[1], sys.argv[2] if len(sys.argv) > 2 else None)

@@ -76,6 +76,21 @@ expect silent connect "0 protocol 1"
 expect silent transmit "0x80100016 after [4-7] s"
 expect silent still_listed 1
 expect silent log 2
+kill $pids 2>/dev/null; wait; rm -f /run/pcscd/*
+
+# A terminal that is off when the daemon starts, then on, then off again: while it is silent
+# (or its port is gone) the slot is empty, as in a reader with no card, never unavailable.
+state() {
+    timeout 40 /usr/bin/python3 "$client" state >"$work/client.out" 2>"$work/client.err"
+    expect "$1" state "$2"
+    expect "$1" connect "$3"
+}
+start --silent
+state off-at-start EMPTY 0x8010000C
+kill "$simulator"; simulate; pids="$pids $simulator"
+state on PRESENT 0x00000000
+kill "$simulator"; simulate --silent; pids="$pids $simulator"
+state off EMPTY 0x8010000C
 # The daemon ran the stripped copy; --remove takes it and the entry away.
 echo "symtab=$(readelf -S "$drivers/serial/libifd_varnik.so" | grep -c '\.symtab')" >>"$work/client.out"
 "$installer" --remove | grep -c "^Removed " | sed 's/^/removed=/' >>"$work/client.out"
