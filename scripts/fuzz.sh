@@ -11,7 +11,7 @@ seconds=${1:-60}
 [ $# -gt 0 ] && shift
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] ||
-  targets=(JsonFuzz ConfigFuzz TracksFuzz ThaiFuzz ReplyFuzz SimParserFuzz)
+  targets=(JsonFuzz ConfigFuzz TracksFuzz ThaiFuzz ReplyFuzz SimParserFuzz IfdAnswerFuzz)
 
 scripts/install-deps.sh clang libclang-rt-14-dev
 cmake --preset fuzz >/dev/null
