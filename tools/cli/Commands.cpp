@@ -881,7 +881,9 @@ void PrintOverview(std::ostream& out)
            "\n"
            "Configuration: the library reads config/varnik.json (its port, e.g. {\"port\":7})\n"
            "and config/debug.json ({\"mode\":1} turns its daily log on) in the folder of the\n"
-           "library file, once when it is loaded.\n"
+           "library file, once when it is loaded. On Linux, VARNIK_CONFIG_DIR names another\n"
+           "folder, and an installed library without config/ beside it reads\n"
+           "~/.config/varnik/ and then /etc/varnik/.\n"
            "\n"
            "Ctrl-C while the terminal is awaited asks the terminal to cancel; a second\n"
            "Ctrl-C ends varnik at once (status 130).\n";
