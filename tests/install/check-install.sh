@@ -34,6 +34,22 @@ cc ${VARNIK_HOST_CFLAGS:-} -std=c99 -o "$work/probe" "$source/examples/probe_ver
   $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs varnik)
 [ "$(LD_LIBRARY_PATH="$prefix/lib" "$work/probe")" = "terminal: NEW6210 SIM 1.0" ] || fail "the pkg-config host"
 
+# /etc/varnik/ serves what the user's folder lacks; seen through an overlay of /etc in a mount
+# namespace of this test's own (root only), so the machine's /etc is never written.
+if [ "$(id -u)" = 0 ] && command -v unshare >/dev/null; then
+  rm "$user/varnik.json" && mkdir "$work/upper" "$work/overlay"
+  status=0
+  unshare -m --propagation private sh -c 'mount -t overlay overlay \
+      -o "lowerdir=/etc,upperdir=$1/upper,workdir=$1/overlay" /etc 2>/dev/null || exit 77
+    mkdir -p /etc/varnik && echo "{\"port\":7}" >/etc/varnik/varnik.json && varnik version' - "$work" \
+    >"$work/out" 2>&1 || status=$?
+  if [ "$status" = 77 ]; then
+    echo "SKIPPED: /etc/varnik: this kernel mounts no overlay"
+  else
+    [ "$(cat "$work/out")" = "NEW6210 SIM 1.0" ] || fail "/etc/varnik/varnik.json not read: $(cat "$work/out")"
+  fi
+fi
+
 # The environment's folders; then a varnik.json and a log that cannot be written, named.
 VARNIK_CONFIG_DIR="$work/env" VARNIK_LOG_DIR="$work/logs" varnik checkport 7 >/dev/null
 [ -f "$work/env/varnik.json" ] && ls "$work/logs/"*.log >/dev/null || fail "VARNIK_CONFIG_DIR, VARNIK_LOG_DIR"
@@ -42,4 +58,4 @@ VARNIK_CONFIG_DIR="$work/env" VARNIK_LOG_DIR="$work/afile/log" varnik checkport 
   fail "checkport with unwritable files: $(cat "$work/err")"
 grep -q "could not save it in $work/env/varnik.json\$" "$work/err" && grep -q "could not be written in $work/afile/log\$" "$work/err" ||
   fail "unwritable files not named: $(cat "$work/err")"
-echo "installed: GNU layout, user's and environment's folders, unwritable files named"
+echo "installed: GNU layout, user's, system's and environment's folders, unwritable files named"
